@@ -1,0 +1,178 @@
+/*
+ * TMXSDK: reads spoken-word programmes (audiobooks), hands out their frames,
+ * decodes them to PCM and keeps the listening position and bookmarks.
+ *
+ * Plain C interface. Every function returns a signed 32-bit result code:
+ * TMX_OK (0) on success, a negative TMX_ERR_* code otherwise. A null TMXFile
+ * is reported first (TMX_ERR_HANDLE), a null required pointer next
+ * (TMX_ERR_ARGUMENT). No function throws.
+ */
+#ifndef TMXSDK_H
+#define TMXSDK_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <wchar.h>
+
+#if defined(_WIN32)
+#if defined(TMXSDK_BUILDING)
+#define TMX_API __declspec(dllexport)
+#elif defined(TMXSDK_STATIC)
+#define TMX_API
+#else
+#define TMX_API __declspec(dllimport)
+#endif
+#else
+#define TMX_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+#define TMX_NOEXCEPT noexcept
+extern "C" {
+#else
+#define TMX_NOEXCEPT
+#endif
+
+/* Result codes. */
+#define TMX_OK 0
+#define TMX_ERR_FILE (-1)         /* a built-in file stream could not be opened or created */
+#define TMX_ERR_HANDLE (-2)       /* null or unopened TMXFile (or stream handle) */
+#define TMX_ERR_READ (-3)         /* a read failed or came up short; invalid position record */
+#define TMX_ERR_WRITE (-4)        /* a write failed or came up short; stream not writable */
+#define TMX_ERR_SEEK (-5)         /* a stream seek failed */
+#define TMX_ERR_INCONSISTENT (-7) /* information missing or container inconsistent */
+#define TMX_ERR_UNSUPPORTED (-8)  /* not a file the library can open */
+#define TMX_ERR_MEMORY (-10)      /* out of memory */
+#define TMX_ERR_INDEX (-17)       /* chapter, image, link or bookmark index out of range */
+#define TMX_ERR_ARGUMENT (-18)    /* null required pointer or invalid argument */
+#define TMX_ERR_BUFFER (-19)      /* caller's buffer too small */
+#define TMX_ERR_SEEK_RANGE (-21)  /* seek target beyond the audio or unreachable */
+#define TMX_ERR_NO_DECODER (-22)  /* no decoder for this file type */
+#define TMX_ERR_DECODER (-23)     /* decoder refused its configuration or a frame */
+#define TMX_ERR_END (-24)         /* end of the audio */
+#define TMX_ERR_NOT_FOUND (-25)   /* no such track, sample, atom, chapter or text */
+#define TMX_ERR_STREAM_OPS (-33)  /* the stream lacks a required operation */
+
+/* File types reported by TMXGetFileType. */
+#define TMX_FILETYPE_MP4 1          /* MP4-based, brand neither "m4b " nor "tmx " */
+#define TMX_FILETYPE_M4B 2          /* MP4-based, brand "m4b " */
+#define TMX_FILETYPE_TMX 3          /* MP4-based, brand "tmx " (AAC decoding) */
+#define TMX_FILETYPE_LEGACY_C00D 4  /* older container, codec id 0xC00D */
+#define TMX_FILETYPE_LEGACY_C00C 5  /* older container, codec id 0xC00C (speech) */
+#define TMX_FILETYPE_LEGACY_C010 6  /* older container, codec id 0xC010 (speech) */
+#define TMX_FILETYPE_LEGACY_OTHER 7 /* older container, unknown codec: not opened */
+#define TMX_FILETYPE_ID3 8          /* ID3v2.3/2.4 tagged stream: not opened */
+
+/* Stream modes for TMXStreamOps.Open. */
+#define TMX_STREAM_READ 0
+#define TMX_STREAM_READ_WRITE 1
+
+/* Returned by GetSize when the size is unknown and by Tell on error. */
+#define TMX_STREAM_UNKNOWN 0xFFFFFFFFu
+
+typedef struct TMXFile TMXFile;
+typedef struct TMXStream TMXStream;
+
+/* A byte stream's operations; every one takes the stream first. */
+typedef struct TMXStreamOps {
+  /* Create (or open) the file for reading and writing. */
+  int32_t (*Create)(TMXStream* stream);
+  /* Open: mode 0 read only, 1 read and write; any other mode is -18. */
+  int32_t (*Open)(TMXStream* stream, int32_t mode);
+  /* Close; the built-in streams also free the stream object. */
+  int32_t (*Close)(TMXStream* stream);
+  /* Total size in bytes, TMX_STREAM_UNKNOWN when unknown. */
+  uint32_t (*GetSize)(TMXStream* stream);
+  /* Current position, TMX_STREAM_UNKNOWN on error. */
+  uint32_t (*Tell)(TMXStream* stream);
+  /* Move to an absolute position. */
+  int32_t (*Seek)(TMXStream* stream, uint32_t position);
+  /* Read up to count bytes; 0 when at least one byte was read. */
+  int32_t (*Read)(TMXStream* stream, void* buffer, int32_t count, int32_t* done);
+  /* Write up to count bytes; 0 when at least one byte was written. */
+  int32_t (*Write)(TMXStream* stream, const void* buffer, int32_t count, int32_t* done);
+} TMXStreamOps;
+
+/* A stream object: its first member is the operations table; what follows
+   belongs to the stream's implementation. */
+struct TMXStream {
+  const TMXStreamOps* ops;
+};
+
+/* Characters a built-in file stream's path may hold, terminator included. */
+#define TMX_PATH_CAPACITY 260
+
+/* The built-in file-backed stream. A caller may allocate one itself (with
+   calloc: Close frees it with free), fill in the path and give it to
+   TMXInitIOStream or TMXInitInputStream. */
+typedef struct TMXFileStream {
+  const TMXStreamOps* ops;
+  void* handle; /* platform file handle, null until opened */
+  wchar_t path[TMX_PATH_CAPACITY];
+} TMXFileStream;
+
+/* One sample of the programme, as TMXGetNextFrameInfo describes it. */
+typedef struct TMXFrameInfo {
+  uint32_t type;      /* four-character code of the sample's track, 0 for none */
+  uint32_t startTime; /* milliseconds */
+  uint32_t index;     /* index of the sample within its track */
+  uint32_t size;      /* payload bytes, 0 when not yet known */
+  uint32_t offset;    /* payload position in the container stream */
+  uint32_t flags;     /* the track's flags */
+} TMXFrameInfo;
+
+/* Streams. */
+/* Sets the stream's operations to ops, or to the built-in read/write file
+   operations when ops is null. Returns the stream (null for a null stream). */
+TMX_API TMXStream* TMXInitIOStream(TMXStream* stream, const TMXStreamOps* ops) TMX_NOEXCEPT;
+/* Sets the stream's operations to the built-in input-only file operations. */
+TMX_API TMXStream* TMXInitInputStream(TMXStream* stream) TMX_NOEXCEPT;
+
+/* Opening and closing. */
+/* Opens a programme from a stream; the stream belongs to the file from here
+   on (a failed open closes it). positionStream may be null. On failure *file
+   must not be used. */
+TMX_API int32_t TMXOpenFile(TMXFile** file, TMXStream* stream,
+                            TMXStream* positionStream) TMX_NOEXCEPT;
+/* Opens a programme by path, with the position file beside it (".pos"). */
+TMX_API int32_t TMXOpenFileWinW(TMXFile** file, const wchar_t* path) TMX_NOEXCEPT;
+/* Saves the position, releases everything and closes the streams. */
+TMX_API int32_t TMXCloseFile(TMXFile* file) TMX_NOEXCEPT;
+
+/* Option switches: take effect at the next frame request. */
+TMX_API int32_t TMXEnableChapterText(TMXFile* file) TMX_NOEXCEPT;
+TMX_API int32_t TMXDisableChapterText(TMXFile* file) TMX_NOEXCEPT;
+TMX_API int32_t TMXEnableChapterLinks(TMXFile* file) TMX_NOEXCEPT;
+TMX_API int32_t TMXDisableChapterLinks(TMXFile* file) TMX_NOEXCEPT;
+TMX_API int32_t TMXEnableChapterImages(TMXFile* file) TMX_NOEXCEPT;
+TMX_API int32_t TMXDisableChapterImages(TMXFile* file) TMX_NOEXCEPT;
+TMX_API int32_t TMXEnableADTSHeaders(TMXFile* file) TMX_NOEXCEPT;
+TMX_API int32_t TMXDisableADTSHeaders(TMXFile* file) TMX_NOEXCEPT;
+/* Which stored rendition of an image to deliver (default 3); not checked. */
+TMX_API int32_t TMXSetImageQuality(TMXFile* file, uint32_t quality) TMX_NOEXCEPT;
+/* Text encoding of delivered text: 1 UTF-8, 3 UTF-16, else single-byte. */
+TMX_API int32_t TMXSetUnicodeFormat(TMXFile* file, uint32_t format) TMX_NOEXCEPT;
+
+/* Getters: what the container reported at open. */
+TMX_API int32_t TMXGetFileType(TMXFile* file, uint32_t* fileType) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetSampleRate(TMXFile* file, uint32_t* sampleRate) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetAvgBitrate(TMXFile* file, uint32_t* bitrate) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetMaxBitrate(TMXFile* file, uint32_t* bitrate) TMX_NOEXCEPT;
+/* Total playing time in milliseconds. */
+TMX_API int32_t TMXGetDuration(TMXFile* file, uint32_t* duration) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetAudioChannelCount(TMXFile* file, uint32_t* channels) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetChapterCount(TMXFile* file, uint32_t* count) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetImageCount(TMXFile* file, uint32_t* count) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetImageQuality(TMXFile* file, uint32_t* quality) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetUnicodeFormat(TMXFile* file, uint32_t* format) TMX_NOEXCEPT;
+
+/* Copies the programmes directory (with a trailing separator) into buffer,
+   whose capacity is counted in characters. Returns 1 on success, else 0.
+   Windows: registry value; elsewhere: environment variable TesmoraProgramsDir. */
+TMX_API int32_t TesmoraGetTMFilesPath(wchar_t* buffer, uint32_t capacity) TMX_NOEXCEPT;
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* TMXSDK_H */

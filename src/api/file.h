@@ -1,0 +1,77 @@
+// The context of one open programme. Allocated zero-filled by TMXOpenFile and
+// freed by TMXCloseFile; callers see it only as an opaque pointer.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "tmxsdk.h"
+
+namespace tmx {
+struct FormatHandler;
+struct Codec;
+// The position file's path: the programme's path up to its last "." (looked
+// for in the whole path, so a dot in a directory counts) followed by ".pos".
+// False when the result does not fit in `out` with its terminator.
+bool PositionPathFor(const wchar_t* path, std::span<wchar_t> out) noexcept;
+
+}  // namespace tmx
+
+struct TMXFile {
+  TMXStream* stream;             // container stream, owned from a successful open
+  TMXStream* positionStream;     // position file stream, may be null
+  std::uint32_t fileType;        // 1..8
+  std::uint32_t audioTrackType;  // sample type of the audio track
+  std::uint32_t duration;        // milliseconds
+  std::uint32_t avgBitrate;      // as the container states it
+  std::uint32_t maxBitrate;      // as the container states it
+  std::uint32_t channelCount;
+  std::uint32_t sampleRate;       // also the time scale of samplesPerFrame
+  std::uint32_t samplesPerFrame;  // 0 when unknown
+  std::uint32_t frameCount;
+  std::uint32_t currentFrame;         // next audio frame to be delivered
+  std::uint32_t positionLoaded;       // bool
+  std::uint32_t positionStreamOpen;   // bool
+  std::uint32_t* chapterStartFrames;  // owned by the format handler
+  std::uint32_t chapterCount;
+  std::uint32_t imageCount;
+  std::int32_t positionSaveInterval;  // frames between periodic saves
+  std::int32_t framesUntilSave;
+  std::uint32_t decoderResetPending;   // bool
+  std::uint32_t chapterTextEnabled;    // bool
+  std::uint32_t chapterLinksEnabled;   // bool
+  std::uint32_t chapterImagesEnabled;  // bool
+  std::uint32_t adtsHeadersEnabled;    // bool
+  std::uint32_t imageQuality;
+  std::uint32_t unicodeFormat;
+  std::uint32_t metadataLocale;
+  const tmx::FormatHandler* formatHandler;
+  void* codecInstance;  // null until the first decode
+  const tmx::Codec* codec;
+  TMXFrameInfo currentFrameInfo;
+  std::uint32_t originalTitle[7];
+  std::uint32_t bookmarkBufferSize;
+
+  // The format handler's own state, owned by it.
+  void* containerState;
+  // The position stream was made by TMXOpenFileWinW and must be released at
+  // close even when it was never opened.
+  std::uint32_t ownsPositionStream;  // bool
+};
+
+namespace tmx {
+
+// Default option values applied at every open.
+inline constexpr std::uint32_t kDefaultImageQuality = 3;
+inline constexpr std::uint32_t kDefaultBookmarkBufferSize = 1024;
+
+// Decides the file type from the first bytes of the stream and stores the
+// stream in the file. 0, -8 for anything unrecognised, or a stream error.
+std::int32_t DetectFileType(TMXFile* file, TMXStream* stream) noexcept;
+
+// The position file's path: the programme's path up to its last "." (looked
+// for in the whole path, so a dot in a directory counts) followed by ".pos".
+// False when the result does not fit in `out` with its terminator.
+bool PositionPathFor(const wchar_t* path, std::span<wchar_t> out) noexcept;
+
+}  // namespace tmx

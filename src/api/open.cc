@@ -1,0 +1,126 @@
+// Opening and closing programmes.
+#include <algorithm>
+
+#include "api/file.h"
+#include "codec/codec.h"
+#include "container/format_handler.h"
+#include "io/file_stream.h"
+#include "util/alloc.h"
+#include "util/status.h"
+#include "util/wide_string.h"
+
+namespace tmx {
+namespace {
+
+bool HasRequiredOps(const TMXStream* s) noexcept {
+  const TMXStreamOps* ops = s->ops;
+  return ops && ops->Open && ops->Close && ops->Read && ops->Seek && ops->Tell && ops->GetSize;
+}
+
+// Detects the type, picks the handler and lets it parse the container.
+std::int32_t OpenContainer(TMXFile* file, TMXStream* stream) noexcept {
+  TMX_RETURN_IF_ERROR(stream->ops->Open(stream, TMX_STREAM_READ));
+  TMX_RETURN_IF_ERROR(DetectFileType(file, stream));
+  file->formatHandler = HandlerForFileType(file->fileType);
+  return file->formatHandler->OpenContainer(file, stream);
+}
+
+// How the streams given to OpenFile are released when the open fails.
+enum class StreamOwner { kCaller, kLibrary };
+
+std::int32_t OpenFile(TMXFile** out, TMXStream* stream, TMXStream* positionStream,
+                      StreamOwner owner) noexcept {
+  if (!out) return TMX_ERR_HANDLE;
+  if (!stream || !HasRequiredOps(stream)) return TMX_ERR_STREAM_OPS;
+  auto* file = AllocObject<TMXFile>();
+  if (!file) {
+    if (owner == StreamOwner::kLibrary) DisposeFileStream(stream);
+    return TMX_ERR_MEMORY;
+  }
+  *out = file;
+
+  if (std::int32_t rc = OpenContainer(file, stream); rc != 0) {
+    // A stream the library made itself is freed even when it never opened.
+    if (owner == StreamOwner::kLibrary) {
+      DisposeFileStream(stream);
+    } else {
+      stream->ops->Close(stream);
+    }
+    Free(file);
+    return rc;
+  }
+  file->codec = CodecForFileType(file->fileType);
+  file->imageQuality = kDefaultImageQuality;
+  file->bookmarkBufferSize = kDefaultBookmarkBufferSize;
+  file->positionStream = positionStream;
+  file->ownsPositionStream = owner == StreamOwner::kLibrary;
+  file->positionLoaded = 0;
+  return TMX_OK;
+}
+
+TMXStream* MakePositionStream(const wchar_t* path) noexcept {
+  wchar_t positionPath[TMX_PATH_CAPACITY];
+  if (!PositionPathFor(path, positionPath)) return nullptr;
+  return MakeFileStream(positionPath, /*writable=*/true);
+}
+
+}  // namespace
+
+bool PositionPathFor(const wchar_t* path, std::span<wchar_t> out) noexcept {
+  constexpr wchar_t kExtension[] = L".pos";
+  constexpr std::size_t kExtensionLength = 4;
+  const std::size_t length = WideLength(path, out.size());
+  std::size_t stem = length;
+  for (std::size_t i = length; i > 0; --i) {
+    if (path[i - 1] == L'.') {
+      stem = i - 1;
+      break;
+    }
+  }
+  if (stem + kExtensionLength >= out.size()) return false;
+  std::copy_n(path, stem, out.begin());
+  std::copy_n(kExtension, kExtensionLength + 1, out.begin() + std::ptrdiff_t(stem));
+  return true;
+}
+
+}  // namespace tmx
+
+using namespace tmx;
+
+extern "C" {
+
+TMX_API std::int32_t TMXOpenFile(TMXFile** file, TMXStream* stream,
+                                 TMXStream* positionStream) noexcept {
+  return OpenFile(file, stream, positionStream, StreamOwner::kCaller);
+}
+
+TMX_API std::int32_t TMXOpenFileWinW(TMXFile** file, const wchar_t* path) noexcept {
+  if (!file) return TMX_ERR_HANDLE;
+  if (!path) return TMX_ERR_ARGUMENT;
+  TMXStream* input = MakeFileStream(path, /*writable=*/false);
+  if (!input) return TMX_ERR_FILE;
+  // Without memory for the position stream the programme still opens, with
+  // no position saving.
+  TMXStream* position = MakePositionStream(path);
+  std::int32_t rc = OpenFile(file, input, position, StreamOwner::kLibrary);
+  if (rc != 0 && position) DisposeFileStream(position);
+  return rc;
+}
+
+TMX_API std::int32_t TMXCloseFile(TMXFile* file) noexcept {
+  if (!file) return TMX_ERR_HANDLE;
+  if (file->formatHandler) file->formatHandler->CloseContainer(file);
+  if (file->positionStream) {
+    if (file->positionStreamOpen) {
+      file->positionStream->ops->Close(file->positionStream);
+      file->positionStreamOpen = 0;
+    } else if (file->ownsPositionStream) {
+      DisposeFileStream(file->positionStream);
+    }
+  }
+  if (file->stream) file->stream->ops->Close(file->stream);
+  Free(file);
+  return TMX_OK;
+}
+
+}  // extern "C"

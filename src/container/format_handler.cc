@@ -1,0 +1,56 @@
+#include "container/format_handler.h"
+
+#include <array>
+
+namespace tmx {
+namespace {
+
+std::int32_t NullOpen(TMXFile*, TMXStream*) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullClose(TMXFile*) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullLocales(TMXFile*, std::uint32_t*, std::uint32_t*) noexcept {
+  return TMX_ERR_UNSUPPORTED;
+}
+std::int32_t NullItem(TMXFile*, std::uint32_t, std::uint32_t, std::uint32_t*, std::uint32_t*,
+                      std::uint32_t*, std::uint32_t*) noexcept {
+  return TMX_ERR_UNSUPPORTED;
+}
+std::int32_t NullSeek(TMXFile*, std::uint32_t) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullAdvance(TMXFile*) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullRead(TMXFile*, std::uint8_t*, std::uint32_t, std::uint32_t*) noexcept {
+  return TMX_ERR_UNSUPPORTED;
+}
+std::int32_t NullDecode(TMXFile*, const std::uint8_t*, std::uint32_t, std::int16_t*, std::uint32_t,
+                        std::uint32_t*) noexcept {
+  return TMX_ERR_UNSUPPORTED;
+}
+std::int32_t NullSampleInfo(TMXFile*, std::uint32_t, std::uint32_t, TMXFrameInfo*) noexcept {
+  return TMX_ERR_UNSUPPORTED;
+}
+
+const FormatHandler* g_override = nullptr;
+
+}  // namespace
+
+const FormatHandler kNullHandler = {NullOpen,    NullClose, NullLocales, NullItem,      NullSeek,
+                                    NullAdvance, NullRead,  NullDecode,  NullSampleInfo};
+
+const FormatHandler* HandlerForFileType(std::uint32_t fileType) noexcept {
+  // Indexed by file type; types 7 and 8 are recognised but not served.
+  static constexpr std::array<const FormatHandler*, 9> kByType = {
+      &kNullHandler,  // 0: not detected
+      &kNullHandler,  // 1: MP4, other brand
+      &kNullHandler,  // 2: MP4, "m4b "
+      &kNullHandler,  // 3: MP4, "tmx "
+      &kNullHandler,  // 4: older container, codec 0xC00D
+      &kNullHandler,  // 5: older container, codec 0xC00C
+      &kNullHandler,  // 6: older container, codec 0xC010
+      &kNullHandler,  // 7: older container, unknown codec
+      &kNullHandler,  // 8: ID3-tagged stream
+  };
+  if (g_override) return g_override;
+  return fileType < kByType.size() ? kByType[fileType] : &kNullHandler;
+}
+
+void testing::OverrideHandler(const FormatHandler* handler) noexcept { g_override = handler; }
+
+}  // namespace tmx

@@ -1,0 +1,51 @@
+#include "util/alloc.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+namespace tmx {
+namespace {
+std::atomic<std::uint64_t> g_allocations{0};
+std::atomic<std::uint64_t> g_failAt{0};
+std::atomic<std::int64_t> g_live{0};
+
+// True when this allocation is the one a test asked to fail.
+bool InjectedFailure() noexcept {
+  std::uint64_t n = g_allocations.fetch_add(1, std::memory_order_relaxed) + 1;
+  std::uint64_t failAt = g_failAt.load(std::memory_order_relaxed);
+  return failAt != 0 && n == failAt;
+}
+}  // namespace
+
+void* Alloc(std::size_t size) noexcept {
+  if (InjectedFailure() || size == 0) return nullptr;
+  void* p = std::calloc(1, size);
+  if (p) g_live.fetch_add(1, std::memory_order_relaxed);
+  return p;
+}
+
+void* Realloc(void* block, std::size_t oldSize, std::size_t newSize) noexcept {
+  if (!block) return Alloc(newSize);
+  if (InjectedFailure() || newSize == 0) return nullptr;
+  void* p = std::realloc(block, newSize);
+  if (p && newSize > oldSize) std::memset(static_cast<char*>(p) + oldSize, 0, newSize - oldSize);
+  return p;
+}
+
+void Free(void* block) noexcept {
+  if (!block) return;
+  g_live.fetch_sub(1, std::memory_order_relaxed);
+  std::free(block);
+}
+
+namespace testing {
+void FailAllocation(std::uint64_t n) noexcept {
+  g_failAt.store(n == 0 ? 0 : g_allocations.load(std::memory_order_relaxed) + n,
+                 std::memory_order_relaxed);
+}
+std::int64_t LiveAllocations() noexcept { return g_live.load(std::memory_order_relaxed); }
+std::uint64_t AllocationCount() noexcept { return g_allocations.load(std::memory_order_relaxed); }
+}  // namespace testing
+
+}  // namespace tmx

@@ -1,0 +1,317 @@
+// Opening and closing: argument checks, ownership of the streams, the
+// handler and codec chosen, defaults, and allocation failure.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "api/file.h"
+#include "codec/codec.h"
+#include "container/format_handler.h"
+#include "support/memory_stream.h"
+#include "support/temp_dir.h"
+#include "util/alloc.h"
+
+namespace tmx {
+namespace {
+
+using test::Bytes;
+using test::MemoryStream;
+
+std::vector<std::uint8_t> TmxHeader() {
+  return Bytes().u32(16).fourcc("ftyp").fourcc("tmx ").u32(0).zeros(16).take();
+}
+
+// A handler that accepts every container and records what it saw.
+struct FakeHandler {
+  static inline int opens = 0;
+  static inline int closes = 0;
+  static inline std::int32_t openResult = 0;
+  static std::int32_t Open(TMXFile* f, TMXStream*) noexcept {
+    ++opens;
+    f->sampleRate = 22050;
+    f->duration = 1234;
+    return openResult;
+  }
+  static std::int32_t Close(TMXFile*) noexcept {
+    ++closes;
+    return 0;
+  }
+  static FormatHandler Table() {
+    FormatHandler h = kNullHandler;
+    h.OpenContainer = Open;
+    h.CloseContainer = Close;
+    return h;
+  }
+};
+
+class OpenTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    FakeHandler::opens = FakeHandler::closes = 0;
+    FakeHandler::openResult = 0;
+    liveBefore_ = testing::LiveAllocations();
+  }
+  void TearDown() override {
+    testing::OverrideHandler(nullptr);
+    testing::FailAllocation(0);
+    EXPECT_EQ(testing::LiveAllocations(), liveBefore_) << "memory leaked";
+  }
+  void UseFakeHandler() {
+    table_ = FakeHandler::Table();
+    testing::OverrideHandler(&table_);
+  }
+  FormatHandler table_{};
+  std::int64_t liveBefore_ = 0;
+};
+
+TEST_F(OpenTest, ArgumentChecksComeBeforeAnyWork) {
+  MemoryStream m(TmxHeader());
+  EXPECT_EQ(TMXOpenFile(nullptr, m.stream(), nullptr), TMX_ERR_HANDLE);
+  TMXFile* file = nullptr;
+  EXPECT_EQ(TMXOpenFile(&file, nullptr, nullptr), TMX_ERR_STREAM_OPS);
+  EXPECT_EQ(m.opens(), 0);
+  EXPECT_EQ(m.closes(), 0);
+}
+
+TEST_F(OpenTest, EachRequiredOperationIsChecked) {
+  auto clear = std::vector<void (*)(TMXStreamOps&)>{
+      [](TMXStreamOps& o) { o.Open = nullptr; }, [](TMXStreamOps& o) { o.Close = nullptr; },
+      [](TMXStreamOps& o) { o.Read = nullptr; }, [](TMXStreamOps& o) { o.Seek = nullptr; },
+      [](TMXStreamOps& o) { o.Tell = nullptr; }, [](TMXStreamOps& o) { o.GetSize = nullptr; },
+  };
+  for (auto& c : clear) {
+    MemoryStream m(TmxHeader());
+    c(m.ops());
+    std::uint64_t allocations = testing::AllocationCount();
+    TMXFile* file = nullptr;
+    EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_ERR_STREAM_OPS);
+    EXPECT_EQ(testing::AllocationCount(), allocations) << "allocated before the check";
+    EXPECT_EQ(m.closes(), 0);
+  }
+  // Create and Write are optional.
+  UseFakeHandler();
+  MemoryStream m(TmxHeader());
+  m.ops().Create = nullptr;
+  m.ops().Write = nullptr;
+  TMXFile* file = nullptr;
+  ASSERT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_OK);
+  EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+}
+
+TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
+  // No container handler yet for any type: detection succeeds, the null
+  // handler refuses, and the stream is closed exactly once.
+  for (auto bytes :
+       {TmxHeader(), std::vector<std::uint8_t>(8, 0), std::vector<std::uint8_t>(64, 1)}) {
+    MemoryStream m(bytes);
+    TMXFile* file = nullptr;
+    EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_ERR_UNSUPPORTED);
+    EXPECT_EQ(m.opens(), 1);
+    EXPECT_EQ(m.last_open_mode(), TMX_STREAM_READ);
+    EXPECT_EQ(m.closes(), 1);
+  }
+}
+
+TEST_F(OpenTest, OpenErrorsPassThroughAndCloseTheStream) {
+  MemoryStream m(TmxHeader());
+  m.ops().Open = [](TMXStream*, std::int32_t) -> std::int32_t { return TMX_ERR_FILE; };
+  TMXFile* file = nullptr;
+  EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_ERR_FILE);
+  EXPECT_EQ(m.closes(), 1);
+
+  UseFakeHandler();
+  FakeHandler::openResult = TMX_ERR_INCONSISTENT;
+  MemoryStream m2(TmxHeader());
+  EXPECT_EQ(TMXOpenFile(&file, m2.stream(), nullptr), TMX_ERR_INCONSISTENT);
+  EXPECT_EQ(m2.closes(), 1);
+  EXPECT_EQ(FakeHandler::closes, 0) << "CloseContainer after a failed OpenContainer";
+}
+
+TEST_F(OpenTest, SuccessfulOpenSetsDefaultsAndCloseReleasesEverything) {
+  UseFakeHandler();
+  MemoryStream m(TmxHeader());
+  MemoryStream position;
+  TMXFile* file = nullptr;
+  ASSERT_EQ(TMXOpenFile(&file, m.stream(), position.stream()), TMX_OK);
+  EXPECT_EQ(file->fileType, std::uint32_t(TMX_FILETYPE_TMX));
+  EXPECT_EQ(file->stream, m.stream());
+  EXPECT_EQ(file->positionStream, position.stream());
+  EXPECT_EQ(file->codec, CodecForFileType(TMX_FILETYPE_TMX));
+  EXPECT_EQ(file->codecInstance, nullptr);
+
+  std::uint32_t v = 99;
+  EXPECT_EQ(TMXGetImageQuality(file, &v), TMX_OK);
+  EXPECT_EQ(v, 3u);
+  EXPECT_EQ(TMXGetUnicodeFormat(file, &v), TMX_OK);
+  EXPECT_EQ(v, 0u);
+  EXPECT_EQ(file->bookmarkBufferSize, 1024u);
+  EXPECT_EQ(file->chapterTextEnabled | file->chapterLinksEnabled | file->chapterImagesEnabled |
+                file->adtsHeadersEnabled,
+            0u);
+  EXPECT_EQ(TMXGetSampleRate(file, &v), TMX_OK);
+  EXPECT_EQ(v, 22050u);
+  EXPECT_EQ(TMXGetChapterCount(file, &v), TMX_OK);
+  EXPECT_EQ(v, 0u);
+
+  EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+  EXPECT_EQ(FakeHandler::closes, 1);
+  EXPECT_EQ(m.closes(), 1);
+  // The position stream was never opened, so it is not closed.
+  EXPECT_EQ(position.closes(), 0);
+  EXPECT_EQ(TMXCloseFile(nullptr), TMX_ERR_HANDLE);
+}
+
+TEST_F(OpenTest, CloseClosesAnOpenedPositionStream) {
+  UseFakeHandler();
+  MemoryStream m(TmxHeader());
+  MemoryStream position;
+  TMXFile* file = nullptr;
+  ASSERT_EQ(TMXOpenFile(&file, m.stream(), position.stream()), TMX_OK);
+  file->positionStreamOpen = 1;
+  EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+  EXPECT_EQ(position.closes(), 1);
+}
+
+TEST_F(OpenTest, OnlyTmxBrandGetsADecoder) {
+  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_MP4), &kNullCodec);
+  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_M4B), &kNullCodec);
+  EXPECT_EQ(CodecForFileType(1000), &kNullCodec);
+  EXPECT_EQ(HandlerForFileType(TMX_FILETYPE_ID3), &kNullHandler);
+  EXPECT_EQ(HandlerForFileType(TMX_FILETYPE_LEGACY_OTHER), &kNullHandler);
+  EXPECT_EQ(HandlerForFileType(1000), &kNullHandler);
+}
+
+TEST_F(OpenTest, NullTablesAnswerTheirCodes) {
+  TMXFile f{};
+  const FormatHandler& h = kNullHandler;
+  EXPECT_EQ(h.OpenContainer(&f, nullptr), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.CloseContainer(&f), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.GetMetadataLocaleList(&f, nullptr, nullptr), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.GetMetadataItem(&f, 0, 0, nullptr, nullptr, nullptr, nullptr), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.SeekToFrame(&f, 0), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.AdvanceFrame(&f), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.ReadEncodedFrame(&f, nullptr, 0, nullptr), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.DecodeFrame(&f, nullptr, 0, nullptr, 0, nullptr), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.GetSampleInfo(&f, 0, 0, nullptr), TMX_ERR_UNSUPPORTED);
+  const Codec& c = kNullCodec;
+  void* instance = nullptr;
+  EXPECT_EQ(c.CreateDecoder(&instance, nullptr, 0), TMX_ERR_NO_DECODER);
+  EXPECT_EQ(c.DestroyDecoder(&instance), TMX_ERR_NO_DECODER);
+  EXPECT_EQ(c.ResetDecoder(instance), TMX_ERR_NO_DECODER);
+  EXPECT_EQ(c.DecodeFrame(instance, nullptr, 0, nullptr, 0, nullptr), TMX_ERR_NO_DECODER);
+}
+
+TEST_F(OpenTest, AllocationFailureAtEveryStepOfOpen) {
+  UseFakeHandler();
+  bool opened = false;
+  for (std::uint64_t k = 1; !opened && k < 64; ++k) {
+    MemoryStream m(TmxHeader());
+    TMXFile* file = nullptr;
+    testing::FailAllocation(k);
+    std::int32_t rc = TMXOpenFile(&file, m.stream(), nullptr);
+    testing::FailAllocation(0);
+    if (rc == TMX_OK) {
+      opened = true;
+      EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+    } else {
+      EXPECT_EQ(rc, TMX_ERR_MEMORY) << "allocation " << k;
+      // A failure before the record exists leaves the caller's stream alone.
+      EXPECT_LE(m.closes(), 1);
+    }
+    EXPECT_EQ(testing::LiveAllocations(), liveBefore_) << "allocation " << k;
+  }
+  EXPECT_TRUE(opened);
+}
+
+// Opening by path, with real files in a temporary directory.
+class OpenPathTest : public OpenTest {
+ protected:
+  test::TempDir dir_;
+};
+
+TEST_F(OpenPathTest, ArgumentsAndMissingFiles) {
+  TMXFile* file = nullptr;
+  EXPECT_EQ(TMXOpenFileWinW(nullptr, L"x"), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXOpenFileWinW(&file, nullptr), TMX_ERR_ARGUMENT);
+  auto missing = (dir_.path() / "missing.tmx").wstring();
+  EXPECT_EQ(TMXOpenFileWinW(&file, missing.c_str()), TMX_ERR_FILE);
+  EXPECT_FALSE(std::filesystem::exists(dir_.path() / "missing.pos"));
+}
+
+TEST_F(OpenPathTest, PathsOf260CharactersAreRefused) {
+  std::wstring longPath = dir_.path().wstring() + L"/";
+  longPath += std::wstring(259 - longPath.size(), L'a');
+  ASSERT_EQ(longPath.size(), 259u);
+  TMXFile* file = nullptr;
+  // 259 characters fit (the file does not exist) ...
+  EXPECT_EQ(TMXOpenFileWinW(&file, longPath.c_str()), TMX_ERR_FILE);
+  // ... 260 do not even make a stream.
+  longPath += L'a';
+  EXPECT_EQ(TMXOpenFileWinW(&file, longPath.c_str()), TMX_ERR_FILE);
+}
+
+TEST_F(OpenPathTest, OpensRealFilesAndFreesBothStreams) {
+  UseFakeHandler();
+  auto bytes = TmxHeader();
+  auto path = dir_.Write("book.tmx", std::string(bytes.begin(), bytes.end())).wstring();
+  TMXFile* file = nullptr;
+  ASSERT_EQ(TMXOpenFileWinW(&file, path.c_str()), TMX_OK);
+  std::uint32_t type = 0;
+  EXPECT_EQ(TMXGetFileType(file, &type), TMX_OK);
+  EXPECT_EQ(type, std::uint32_t(TMX_FILETYPE_TMX));
+  ASSERT_NE(file->positionStream, nullptr);
+  auto* pos = reinterpret_cast<TMXFileStream*>(file->positionStream);
+  EXPECT_EQ(std::wstring(pos->path), (dir_.path() / "book.pos").wstring());
+  EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+}
+
+TEST_F(OpenPathTest, RefusedFilesFreeBothStreams) {
+  auto path = dir_.Write("noise.tmx", std::string(64, 'x')).wstring();
+  TMXFile* file = nullptr;
+  EXPECT_EQ(TMXOpenFileWinW(&file, path.c_str()), TMX_ERR_UNSUPPORTED);
+  auto tiny = dir_.Write("tiny.tmx", std::string(15, 'x')).wstring();
+  EXPECT_EQ(TMXOpenFileWinW(&file, tiny.c_str()), TMX_ERR_UNSUPPORTED);
+}
+
+TEST_F(OpenPathTest, AllocationFailureAtEveryStep) {
+  UseFakeHandler();
+  auto bytes = TmxHeader();
+  auto path = dir_.Write("book.tmx", std::string(bytes.begin(), bytes.end())).wstring();
+  bool opened = false;
+  for (std::uint64_t k = 1; k < 64 && !opened; ++k) {
+    TMXFile* file = nullptr;
+    testing::FailAllocation(k);
+    std::int32_t rc = TMXOpenFileWinW(&file, path.c_str());
+    testing::FailAllocation(0);
+    if (rc == TMX_OK) {
+      // Only the last allocations may fail silently (no position stream).
+      opened = file->positionStream != nullptr;
+      EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+    } else {
+      EXPECT_TRUE(rc == TMX_ERR_MEMORY || rc == TMX_ERR_FILE) << rc;
+    }
+    EXPECT_EQ(testing::LiveAllocations(), liveBefore_) << "allocation " << k;
+  }
+  EXPECT_TRUE(opened);
+}
+
+TEST(PositionPath, ReplacesTheLastDotInTheWholePath) {
+  wchar_t out[TMX_PATH_CAPACITY];
+  ASSERT_TRUE(PositionPathFor(L"/books/story.tmx", out));
+  EXPECT_EQ(std::wstring(out), L"/books/story.pos");
+  ASSERT_TRUE(PositionPathFor(L"/books/story", out));
+  EXPECT_EQ(std::wstring(out), L"/books/story.pos");
+  // A dot in a directory with none in the file name cuts the path there.
+  ASSERT_TRUE(PositionPathFor(L"/my.books/story", out));
+  EXPECT_EQ(std::wstring(out), L"/my.pos");
+  ASSERT_TRUE(PositionPathFor(L"a.b.c", out));
+  EXPECT_EQ(std::wstring(out), L"a.b.pos");
+  // The result must fit with its terminator.
+  std::wstring longName(255, L'x');
+  EXPECT_TRUE(PositionPathFor(longName.c_str(), out));
+  longName += L'x';
+  EXPECT_FALSE(PositionPathFor(longName.c_str(), out));
+}
+
+}  // namespace
+}  // namespace tmx

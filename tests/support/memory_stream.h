@@ -1,0 +1,92 @@
+// A TMXStream over bytes in memory, for tests. It behaves like the built-in
+// file streams (short reads succeed, reading at the end gives -3) and can be
+// made to hide its size, lack operations, or fail its k-th read or write.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "tmxsdk.h"
+
+namespace tmx::test {
+
+class MemoryStream {
+ public:
+  explicit MemoryStream(std::vector<std::uint8_t> data = {});
+  MemoryStream(const MemoryStream&) = delete;
+  MemoryStream& operator=(const MemoryStream&) = delete;
+
+  TMXStream* stream() { return &raw_.base; }
+  // The operations table; tests may clear slots before handing the stream out.
+  TMXStreamOps& ops() { return ops_; }
+
+  std::vector<std::uint8_t>& data() { return data_; }
+  void set_unknown_size(bool unknown) { unknownSize_ = unknown; }
+  // Makes the k-th read (or write) from now fail; 0 turns it off.
+  void fail_read(int k) { failReadAt_ = k == 0 ? 0 : reads_ + k; }
+  void fail_write(int k) { failWriteAt_ = k == 0 ? 0 : writes_ + k; }
+
+  int opens() const { return opens_; }
+  int closes() const { return closes_; }
+  int reads() const { return reads_; }
+  int last_open_mode() const { return lastOpenMode_; }
+  std::uint32_t position() const { return position_; }
+
+ private:
+  struct Raw {
+    TMXStream base;
+    MemoryStream* owner;
+  };
+  static MemoryStream* Self(TMXStream* s) { return reinterpret_cast<Raw*>(s)->owner; }
+  static std::int32_t Create(TMXStream* s);
+  static std::int32_t Open(TMXStream* s, std::int32_t mode);
+  static std::int32_t Close(TMXStream* s);
+  static std::uint32_t GetSize(TMXStream* s);
+  static std::uint32_t Tell(TMXStream* s);
+  static std::int32_t Seek(TMXStream* s, std::uint32_t position);
+  static std::int32_t Read(TMXStream* s, void* buffer, std::int32_t count, std::int32_t* done);
+  static std::int32_t Write(TMXStream* s, const void* buffer, std::int32_t count,
+                            std::int32_t* done);
+
+  Raw raw_;
+  TMXStreamOps ops_;
+  std::vector<std::uint8_t> data_;
+  std::uint32_t position_ = 0;
+  bool unknownSize_ = false;
+  int failReadAt_ = 0;
+  int failWriteAt_ = 0;
+  int reads_ = 0;
+  int writes_ = 0;
+  int opens_ = 0;
+  int closes_ = 0;
+  int lastOpenMode_ = -1;
+};
+
+// Big-endian byte building for hand-made files.
+class Bytes {
+ public:
+  Bytes& u8(std::uint8_t v) {
+    b_.push_back(v);
+    return *this;
+  }
+  Bytes& u16(std::uint16_t v) { return u8(std::uint8_t(v >> 8)).u8(std::uint8_t(v)); }
+  Bytes& u32(std::uint32_t v) { return u16(std::uint16_t(v >> 16)).u16(std::uint16_t(v)); }
+  Bytes& fourcc(const char (&s)[5]) { return u8(s[0]).u8(s[1]).u8(s[2]).u8(s[3]); }
+  Bytes& zeros(std::size_t n) {
+    b_.insert(b_.end(), n, 0);
+    return *this;
+  }
+  Bytes& bytes(const std::vector<std::uint8_t>& v) {
+    b_.insert(b_.end(), v.begin(), v.end());
+    return *this;
+  }
+  std::size_t size() const { return b_.size(); }
+  // Overwrites a 32-bit word already written.
+  Bytes& patch32(std::size_t at, std::uint32_t v);
+  std::vector<std::uint8_t> take() { return std::move(b_); }
+
+ private:
+  std::vector<std::uint8_t> b_;
+};
+
+}  // namespace tmx::test
