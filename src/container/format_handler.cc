@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "container/mp4/handler.h"
+
 namespace tmx {
 namespace {
 
@@ -37,15 +39,15 @@ const FormatHandler kNullHandler = {NullOpen,    NullClose, NullLocales, NullIte
 const FormatHandler* HandlerForFileType(std::uint32_t fileType) noexcept {
   // Indexed by file type; types 7 and 8 are recognised but not served.
   static constexpr std::array<const FormatHandler*, 9> kByType = {
-      &kNullHandler,  // 0: not detected
-      &kNullHandler,  // 1: MP4, other brand
-      &kNullHandler,  // 2: MP4, "m4b "
-      &kNullHandler,  // 3: MP4, "tmx "
-      &kNullHandler,  // 4: older container, codec 0xC00D
-      &kNullHandler,  // 5: older container, codec 0xC00C
-      &kNullHandler,  // 6: older container, codec 0xC010
-      &kNullHandler,  // 7: older container, unknown codec
-      &kNullHandler,  // 8: ID3-tagged stream
+      &kNullHandler,      // 0: not detected
+      &mp4::kMp4Handler,  // 1: MP4, other brand
+      &mp4::kMp4Handler,  // 2: MP4, "m4b "
+      &mp4::kMp4Handler,  // 3: MP4, "tmx "
+      &kNullHandler,      // 4: older container, codec 0xC00D
+      &kNullHandler,      // 5: older container, codec 0xC00C
+      &kNullHandler,      // 6: older container, codec 0xC010
+      &kNullHandler,      // 7: older container, unknown codec
+      &kNullHandler,      // 8: ID3-tagged stream
   };
   if (g_override) return g_override;
   return fileType < kByType.size() ? kByType[fileType] : &kNullHandler;

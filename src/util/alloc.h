@@ -39,6 +39,11 @@ class Owned {
   Owned& operator=(const Owned&) = delete;
   ~Owned() { Free(p_); }
   T* get() const noexcept { return p_; }
+  // Frees the block held and takes `p` instead.
+  void reset(T* p = nullptr) noexcept {
+    Free(p_);
+    p_ = p;
+  }
   T* release() noexcept {
     T* p = p_;
     p_ = nullptr;

@@ -99,13 +99,18 @@ TEST_F(OpenTest, EachRequiredOperationIsChecked) {
 }
 
 TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
-  // No container handler yet for any type: detection succeeds, the null
-  // handler refuses, and the stream is closed exactly once.
-  for (auto bytes :
-       {TmxHeader(), std::vector<std::uint8_t>(8, 0), std::vector<std::uint8_t>(64, 1)}) {
+  // Detection fails, the MP4 handler finds no movie, the null handler refuses
+  // an ID3 stream: each time the stream is closed exactly once.
+  const std::vector<std::pair<std::vector<std::uint8_t>, std::int32_t>> cases = {
+      {std::vector<std::uint8_t>(64, 1), TMX_ERR_UNSUPPORTED},
+      {std::vector<std::uint8_t>(8, 0), TMX_ERR_UNSUPPORTED},
+      {TmxHeader(), TMX_ERR_INCONSISTENT},
+      {Bytes().u32(0x49443303).zeros(28).take(), TMX_ERR_UNSUPPORTED},
+  };
+  for (const auto& [bytes, expected] : cases) {
     MemoryStream m(bytes);
     TMXFile* file = nullptr;
-    EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_ERR_UNSUPPORTED);
+    EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), expected);
     EXPECT_EQ(m.opens(), 1);
     EXPECT_EQ(m.last_open_mode(), TMX_STREAM_READ);
     EXPECT_EQ(m.closes(), 1);

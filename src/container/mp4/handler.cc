@@ -1,0 +1,120 @@
+#include "container/mp4/handler.h"
+
+#include "codec/codec.h"
+#include "container/mp4/atom.h"
+#include "container/mp4/mp4_state.h"
+#include "container/mp4/sample_description.h"
+#include "container/mp4/sample_table.h"
+#include "container/mp4/tracks.h"
+#include "util/alloc.h"
+
+namespace tmx::mp4 {
+namespace {
+
+// "mvhd" after version and flags: creation, modification, timescale and
+// duration (64-bit times in version 1), rate, volume, reserved, matrix,
+// pre-defined words and next track ID. Read through, nothing kept.
+constexpr std::uint32_t kMovieHeaderV0 = 4 + 4 + 4 + 4 + 80;
+constexpr std::uint32_t kMovieHeaderV1 = 8 + 8 + 4 + 8 + 80;
+
+std::int32_t ReadMovieHeader(TMXStream* s, AtomRange movie) noexcept {
+  TMX_RETURN_IF_ERROR(AtomFindChild(s, movie, FourCC("mvhd")));
+  std::uint8_t version = 0;
+  std::uint32_t flags = 0;
+  TMX_RETURN_IF_ERROR(AtomReadU24(s, &version, &flags));
+  std::uint8_t fields[kMovieHeaderV1];
+  return AtomReadBytes(s, {fields, version == 1 ? kMovieHeaderV1 : kMovieHeaderV0});
+}
+
+// The file-level item list: "udta" / "meta" (a full atom) / "ilst". Its
+// absence is no error.
+std::uint32_t FindMetadataList(TMXStream* s, AtomRange movie) noexcept {
+  std::uint32_t pos = 0, size = 0;
+  if (AtomFindChild(s, movie, FourCC("udta"), &pos, &size) != 0) return 0;
+  if (AtomFindChild(s, PayloadOf(pos, size), FourCC("meta"), &pos, &size) != 0) return 0;
+  const AtomRange meta = PayloadOf(pos, size);
+  if (meta.end - meta.begin < 4) return 0;
+  if (AtomFindChild(s, {meta.begin + 4, meta.end}, FourCC("ilst"), &pos, &size) != 0) return 0;
+  return pos;
+}
+
+// Walks the top-level atoms for "ftyp" (its minor version is kept) and
+// "moov". False when the walk ends without a movie.
+bool WalkTopLevel(TMXFile* file, TMXStream* s, AtomRange* movie) noexcept {
+  const std::uint32_t fileSize = s->ops->GetSize(s);
+  std::uint64_t position = 0;
+  while (fileSize == TMX_STREAM_UNKNOWN || position < fileSize) {
+    std::uint32_t size = 0, type = 0;
+    if (position > UINT32_MAX || s->ops->Seek(s, std::uint32_t(position)) != 0 ||
+        AtomReadHeader(s, &size, &type) != 0 || size < kAtomHeaderSize)
+      return false;
+    if (AtomTypeMatches(type, FourCC("ftyp"))) {
+      std::uint32_t brand = 0, minor = 0;
+      if (AtomReadU32(s, &brand) == 0 && AtomReadU32(s, &minor) == 0)
+        State(file).brandMinorVersion = minor;
+    } else if (AtomTypeMatches(type, FourCC("moov"))) {
+      *movie = PayloadOf(std::uint32_t(position), size);
+      return true;
+    }
+    position += size;
+  }
+  return false;
+}
+
+void Release(TMXFile* file) noexcept {
+  if (file->codecInstance && file->codec) file->codec->DestroyDecoder(&file->codecInstance);
+  Free(file->chapterStartFrames);
+  file->chapterStartFrames = nullptr;
+  file->chapterCount = 0;
+  if (file->containerState) {
+    Mp4State& st = State(file);
+    ReleaseChunk(file);
+    Free(st.imageTracks);
+    Free(file->containerState);
+    file->containerState = nullptr;
+  }
+}
+
+std::int32_t ParseMovie(TMXFile* file, TMXStream* s) noexcept {
+  file->stream = s;
+  AtomRange movie{};
+  if (WalkTopLevel(file, s, &movie)) {
+    TMX_RETURN_IF_ERROR(ReadMovieHeader(s, movie));
+    State(file).metadataListPos = FindMetadataList(s, movie);
+  }
+  TMX_RETURN_IF_ERROR(FindAudioTrack(file));
+  // Without usable tables or chapter tracks the programme cannot be played.
+  if (SetUpAudioTables(file) != 0 || LoadChapterTracks(file) != 0) return TMX_ERR_UNSUPPORTED;
+  return TMX_OK;
+}
+
+std::int32_t OpenContainer(TMXFile* file, TMXStream* s) noexcept {
+  auto* state = AllocObject<Mp4State>();
+  if (!state) return TMX_ERR_MEMORY;
+  file->containerState = state;
+  std::int32_t rc = ParseMovie(file, s);
+  if (rc != 0) Release(file);
+  return rc;
+}
+
+std::int32_t CloseContainer(TMXFile* file) noexcept {
+  Release(file);
+  return TMX_OK;
+}
+
+// The metadata operations arrive with the metadata reader.
+std::int32_t NoLocales(TMXFile*, std::uint32_t*, std::uint32_t*) noexcept {
+  return TMX_ERR_NOT_FOUND;
+}
+std::int32_t NoItem(TMXFile*, std::uint32_t, std::uint32_t, std::uint32_t*, std::uint32_t*,
+                    std::uint32_t*, std::uint32_t*) noexcept {
+  return TMX_ERR_NOT_FOUND;
+}
+
+}  // namespace
+
+const FormatHandler kMp4Handler = {OpenContainer,    CloseContainer, NoLocales,
+                                   NoItem,           SeekToFrame,    AdvanceFrame,
+                                   ReadEncodedFrame, DecodeFrame,    GetSampleInfo};
+
+}  // namespace tmx::mp4

@@ -1,0 +1,77 @@
+// What the MP4 reader keeps about an open programme, beside the fields of
+// the TMXFile itself.
+#pragma once
+
+#include <cstdint>
+
+#include "api/file.h"
+
+namespace tmx::mp4 {
+
+// Track flag bits.
+inline constexpr std::uint32_t kMainTrackFlag = 0x1000;     // main track of its kind
+inline constexpr std::uint32_t kQualityMask = 0xC0;         // image quality level
+inline constexpr std::uint32_t kLeadingExtraSample = 0x10;  // first sample is no image
+
+struct TrackRecord {
+  std::uint32_t trackId;
+  std::uint32_t entryType;  // first recognised sample entry, 0 when none
+  std::uint32_t flags;
+  std::uint32_t alternateGroup;
+  std::uint32_t trakPos;  // position of the "trak" header
+  std::uint32_t stblPos;  // position of the "stbl" header
+};
+
+// The chunk the reader stands in: the header stored before the chunk's
+// samples (or built from the tables after a seek) and its sample sizes.
+struct ChunkHeader {
+  std::uint32_t headerSize;
+  std::uint32_t entryType;
+  std::uint32_t startMs;
+  std::uint32_t firstSample;
+  std::uint32_t trackId;
+  std::uint32_t totalSize;
+  std::uint32_t sampleCount;
+  std::uint32_t* sizes;   // sampleCount entries, owned
+  std::uint32_t dataPos;  // position of the chunk's first sample
+};
+
+struct Mp4State {
+  TrackRecord audioTrack;
+  std::uint32_t hasChapterTextTrack;  // bool
+  TrackRecord chapterTextTrack;
+  std::uint32_t hasLinkTrack;  // bool
+  TrackRecord linkTrack;
+  TrackRecord* imageTracks;  // imageTrackCount records, owned
+  std::uint32_t imageTrackCount;
+  std::uint32_t linkCount;
+  std::uint32_t metadataListPos;  // file-level "ilst" header, 0 when none
+  std::uint32_t brandMinorVersion;
+
+  // Audio sample tables: positions of their entries, never loaded whole.
+  std::uint32_t stscCount;
+  std::uint32_t stscEntriesPos;
+  std::uint32_t stszEntriesPos;
+  std::uint32_t stszTableCount;
+  std::uint32_t fixedSampleSize;
+  std::uint32_t stcoEntriesPos;
+  std::uint32_t chunkCount;
+
+  // Reader position (the next audio sample is TMXFile::currentFrame).
+  ChunkHeader chunk;
+  std::uint32_t sampleInChunk;
+  std::uint32_t chunkIndex;
+  std::uint32_t samplesInChunk;
+
+  // Audio sample description.
+  std::uint32_t codecConfigPos;   // DecoderConfigDescriptor tag inside "esds"
+  std::uint32_t codecConfigSize;  // bytes up to the end of the first two config bytes
+  std::uint16_t audioSpecificConfig;
+  std::uint8_t adtsTemplate[7];
+};
+
+inline Mp4State& State(TMXFile* file) noexcept {
+  return *static_cast<Mp4State*>(file->containerState);
+}
+
+}  // namespace tmx::mp4

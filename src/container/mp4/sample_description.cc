@@ -1,0 +1,129 @@
+#include "container/mp4/sample_description.h"
+
+#include "codec/codec.h"
+#include "container/mp4/mp4_state.h"
+#include "io/stream_io.h"
+#include "util/alloc.h"
+
+namespace tmx::mp4 {
+namespace {
+
+// AudioSampleEntry fields before its child atoms: reserved (6), data
+// reference index (2), reserved (8), channel count, sample size,
+// pre-defined, reserved (2 each), sample rate (4).
+constexpr std::uint32_t kAudioEntryFields = 28;
+
+// Reads "esds" with its fixed layout: four-byte descriptor lengths and no
+// optional ES fields. Tags and lengths are read but not checked.
+std::int32_t ReadEsds(TMXFile* file, TMXStream* s) noexcept {
+  Mp4State& st = State(file);
+  // Version and flags, the ES descriptor's tag and length, ES_ID and the
+  // stream flags.
+  std::uint8_t esPrefix[12];
+  TMX_RETURN_IF_ERROR(AtomReadBytes(s, esPrefix));
+  const std::uint32_t configPos = s->ops->Tell(s);
+  // DecoderConfigDescriptor: tag, length, object type, stream type,
+  // buffer size, max bitrate, avg bitrate; then the DecSpecificInfo tag,
+  // its length and the first two AudioSpecificConfig bytes.
+  std::uint8_t config[25];
+  TMX_RETURN_IF_ERROR(AtomReadBytes(s, config));
+  const std::uint32_t maxBitrate = LoadBE32(config + 10);
+  const std::uint32_t avgBitrate = LoadBE32(config + 14);
+  const std::uint16_t asc = LoadBE16(config + 23);
+  // SLConfigDescriptor: tag, length, predefined.
+  std::uint8_t sl[6];
+  TMX_RETURN_IF_ERROR(AtomReadBytes(s, sl));
+
+  st.codecConfigPos = configPos;
+  st.codecConfigSize = sizeof config;
+  st.audioSpecificConfig = asc;
+  file->channelCount = (asc >> 3) & 0x0F;
+  file->maxBitrate = maxBitrate;
+  file->avgBitrate = avgBitrate;
+  MakeAdtsTemplate(asc, st.adtsTemplate);
+  return TMX_OK;
+}
+
+// Reads one "mp4a" or "tmvd" entry whose payload starts at the stream's
+// position and whose atom is `size` bytes long.
+std::int32_t ReadAudioEntry(TMXFile* file, TMXStream* s, std::uint32_t entryPos,
+                            std::uint32_t size) noexcept {
+  std::uint8_t fields[kAudioEntryFields];
+  TMX_RETURN_IF_ERROR(AtomReadBytes(s, fields));
+  const AtomRange children{entryPos + kAtomHeaderSize + kAudioEntryFields, entryPos + size};
+  std::uint32_t position = children.begin;
+  while (position < children.end && children.end - position >= kAtomHeaderSize) {
+    std::uint32_t childSize = 0, type = 0;
+    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
+    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &childSize, &type));
+    if (!AtomFits(position, childSize, children)) return TMX_ERR_INCONSISTENT;
+    if (AtomTypeMatches(type, FourCC("esds"))) TMX_RETURN_IF_ERROR(ReadEsds(file, s));
+    position += childSize;
+  }
+  return TMX_OK;
+}
+
+}  // namespace
+
+void MakeAdtsTemplate(std::uint16_t asc, std::uint8_t out[7]) noexcept {
+  const std::uint32_t objectType = asc >> 11;
+  const std::uint32_t frequencyIndex = (asc >> 7) & 0x0F;
+  const std::uint32_t channels = (asc >> 3) & 0x0F;
+  out[0] = 0xFF;
+  out[1] = 0xF9;  // MPEG-2, layer 0, no CRC
+  out[2] = std::uint8_t(((objectType - 1) << 6) | (frequencyIndex << 2) | ((channels >> 2) & 1));
+  // Original/copy and home bits both set.
+  out[3] = std::uint8_t(((channels & 3) << 6) | 0x30);
+  out[4] = 0x00;
+  out[5] = 0x1F;  // buffer fullness 0x7FF ...
+  out[6] = 0xFC;  // ... and one raw data block
+}
+
+void WriteAdtsHeader(const std::uint8_t adtsTemplate[7], std::uint32_t frameLength,
+                     std::uint8_t out[7]) noexcept {
+  for (int i = 0; i < 7; ++i) out[i] = adtsTemplate[i];
+  out[3] = std::uint8_t(out[3] + ((frameLength >> 11) & 3));
+  out[4] = std::uint8_t(frameLength >> 3);
+  out[5] = std::uint8_t(out[5] + ((frameLength & 7) << 5));
+}
+
+std::int32_t ReadSampleDescription(TMXFile* file, AtomRange stsd) noexcept {
+  TMXStream* s = file->stream;
+  TMX_RETURN_IF_ERROR(s->ops->Seek(s, stsd.begin));
+  std::uint8_t version = 0;
+  std::uint32_t flags = 0, count = 0;
+  TMX_RETURN_IF_ERROR(AtomReadU24(s, &version, &flags));
+  TMX_RETURN_IF_ERROR(AtomReadU32(s, &count));
+  std::uint32_t position = stsd.begin + 8;
+  for (std::uint32_t i = 0; i < count && position < stsd.end; ++i) {
+    std::uint32_t size = 0, type = 0;
+    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
+    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
+    if (!AtomFits(position, size, stsd)) return TMX_ERR_INCONSISTENT;
+    if (AtomTypeMatches(type, FourCC("mp4a")) || AtomTypeMatches(type, FourCC("tmvd")))
+      TMX_RETURN_IF_ERROR(ReadAudioEntry(file, s, position, size));
+    position += size;
+  }
+  return TMX_OK;
+}
+
+std::int32_t DecodeFrame(TMXFile* file, const std::uint8_t* data, std::uint32_t length,
+                         std::int16_t* pcm, std::uint32_t capacity,
+                         std::uint32_t* pcmLength) noexcept {
+  const Codec* codec = file->codec;
+  if (!file->codecInstance) {
+    TMXStream* s = file->stream;
+    const Mp4State& st = State(file);
+    const std::uint32_t size = st.codecConfigSize;
+    Owned<std::uint8_t> config(AllocArray<std::uint8_t>(size ? size : 1));
+    if (!config) return TMX_ERR_MEMORY;
+    const std::uint32_t saved = s->ops->Tell(s);
+    std::int32_t rc = ReadExactAt(s, st.codecConfigPos, {config.get(), size});
+    s->ops->Seek(s, saved);
+    if (rc != 0) return rc;
+    TMX_RETURN_IF_ERROR(codec->CreateDecoder(&file->codecInstance, config.get(), size));
+  }
+  return codec->DecodeFrame(file->codecInstance, data, length, pcm, capacity, pcmLength);
+}
+
+}  // namespace tmx::mp4

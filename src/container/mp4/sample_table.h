@@ -1,0 +1,25 @@
+// Sample positions and sizes: the audio reader that walks the media data
+// chunk by chunk, and lookups of single samples of the other tracks.
+#pragma once
+
+#include <cstdint>
+
+#include "api/file.h"
+
+namespace tmx::mp4 {
+
+// Reads the audio track's table positions, timing and sample description.
+std::int32_t SetUpAudioTables(TMXFile* file) noexcept;
+
+// Handler operations.
+std::int32_t SeekToFrame(TMXFile* file, std::uint32_t frame) noexcept;
+std::int32_t AdvanceFrame(TMXFile* file) noexcept;
+std::int32_t ReadEncodedFrame(TMXFile* file, std::uint8_t* buffer, std::uint32_t size,
+                              std::uint32_t* length) noexcept;
+std::int32_t GetSampleInfo(TMXFile* file, std::uint32_t trackType, std::uint32_t index,
+                           TMXFrameInfo* info) noexcept;
+
+// Frees the current chunk's size list.
+void ReleaseChunk(TMXFile* file) noexcept;
+
+}  // namespace tmx::mp4

@@ -1,0 +1,247 @@
+// Opening MP4-based programmes: properties, tracks, chapters and pictures.
+#include <cstring>
+
+#include "container/mp4/sample_description.h"
+#include "mp4_fixture.h"
+#include "util/alloc.h"
+
+namespace tmx::mp4 {
+namespace {
+
+using namespace tmx::test;
+
+ProgrammeSpec Basic(std::uint32_t frames = 20) {
+  ProgrammeSpec spec;
+  spec.tracks.push_back(AudioTrack(frames));
+  return spec;
+}
+
+TEST(Mp4Open, ReportsTheAudioProperties) {
+  OpenProgramme p(BuildProgramme(Basic(100)).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXFile* f = p.file();
+  EXPECT_EQ(f->fileType, std::uint32_t(TMX_FILETYPE_TMX));
+  EXPECT_EQ(f->audioTrackType, FourCC("mp4a"));
+  EXPECT_EQ(f->sampleRate, 22050u);
+  EXPECT_EQ(f->samplesPerFrame, 1024u);
+  EXPECT_EQ(f->frameCount, 100u);
+  EXPECT_EQ(f->duration, 4643u);  // 100 frames of 46.44 ms
+  EXPECT_EQ(f->channelCount, 2u);
+  EXPECT_EQ(f->maxBitrate, 64000u);
+  EXPECT_EQ(f->avgBitrate, 48000u);
+  EXPECT_EQ(f->positionSaveInterval, 645);
+  EXPECT_EQ(f->framesUntilSave, 645);
+  EXPECT_EQ(f->chapterCount, 0u);
+  EXPECT_EQ(p.state().chunkCount, 25u);
+  EXPECT_EQ(p.state().metadataListPos, 0u);
+  EXPECT_EQ(p.state().brandMinorVersion, 0x200u);
+  EXPECT_EQ(p.state().codecConfigSize, 25u);
+  const std::uint8_t expected[7] = {0xFF, 0xF9, 0x5C, 0xB0, 0x00, 0x1F, 0xFC};
+  EXPECT_EQ(0, std::memcmp(p.state().adtsTemplate, expected, 7));
+}
+
+TEST(Mp4Open, BrandsAndCapitalsChooseTheType) {
+  for (auto [brand, type] :
+       {std::pair{"m4b ", TMX_FILETYPE_M4B}, std::pair{"M4A ", TMX_FILETYPE_MP4},
+        std::pair{"TMX ", TMX_FILETYPE_TMX}}) {
+    auto spec = Basic();
+    spec.brand = brand;
+    spec.ftypType = "FTYP";
+    OpenProgramme p(BuildProgramme(spec).bytes);
+    ASSERT_EQ(p.rc(), TMX_OK) << brand;
+    EXPECT_EQ(p.file()->fileType, std::uint32_t(type)) << brand;
+  }
+}
+
+TEST(Mp4Open, VersionOneHeadersKeepTheLowHalves) {
+  auto spec = Basic();
+  spec.mvhdVersion = 1;
+  spec.tracks[0].version = 1;
+  spec.tracks[0].timescale = 44100;
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(p.file()->sampleRate, 44100u);
+  EXPECT_EQ(p.state().audioTrack.trackId, 1u);
+}
+
+TEST(Mp4Open, TheAudioTrackMustBeFlaggedMain) {
+  auto spec = Basic();
+  spec.tracks[0].tkhdFlags = 0x0007;
+  EXPECT_EQ(OpenProgramme(BuildProgramme(spec).bytes).rc(), TMX_ERR_UNSUPPORTED);
+  // "tmvd" is an audio entry as well.
+  spec = Basic();
+  spec.tracks[0].entry = "tmvd";
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(p.file()->audioTrackType, FourCC("tmvd"));
+}
+
+TEST(Mp4Open, StructuralFaultsAreRefused) {
+  // No movie at all.
+  auto bytes = Concat(
+      {Atom("ftyp", Concat({Be32(0x746D7820), Be32(0), Be32(0)})), Atom("mdat", ByteVec(32, 1))});
+  EXPECT_EQ(OpenProgramme(bytes).rc(), TMX_ERR_INCONSISTENT);
+  // A movie without "mvhd".
+  bytes = Concat({Atom("ftyp", Concat({Be32(0x746D7820), Be32(0), Be32(0)})),
+                  Atom("moov", Atom("free", ByteVec(8)))});
+  EXPECT_EQ(OpenProgramme(bytes).rc(), TMX_ERR_SEEK);
+  // A zero atom size inside the movie ends the walk with an error instead of a hang.
+  auto good = BuildProgramme(Basic()).bytes;
+  const std::size_t trak =
+      std::search(good.begin(), good.end(), std::begin("trak"), std::begin("trak") + 4) -
+      good.begin();
+  auto broken = good;
+  std::fill(broken.begin() + std::ptrdiff_t(trak) - 4, broken.begin() + std::ptrdiff_t(trak), 0);
+  EXPECT_NE(OpenProgramme(broken).rc(), TMX_OK);
+}
+
+TEST(Mp4Open, ChapterStartsAreSummedPerSttsEntry) {
+  auto spec = Basic(300);
+  spec.tracks[0].chap = {2};
+  TrackSpec titles;
+  titles.id = 2;
+  titles.entry = "text";
+  titles.tkhdFlags = 0;
+  for (int i = 0; i < 5; ++i) titles.samples.push_back(TextSample("Chapter " + std::to_string(i)));
+  titles.stts = {{3, 46080}, {2, 92160}};
+  spec.tracks.push_back(titles);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  ASSERT_EQ(p.file()->chapterCount, 5u);
+  const std::uint32_t* starts = p.file()->chapterStartFrames;
+  EXPECT_EQ(std::vector<std::uint32_t>(starts, starts + 5),
+            (std::vector<std::uint32_t>{0, 45, 90, 135, 225}));
+  EXPECT_TRUE(p.state().hasChapterTextTrack);
+}
+
+TEST(Mp4Open, ChapterTracksComeOnlyFromChap) {
+  auto spec = Basic(40);
+  spec.tracks[0].chap = {2};
+  spec.tracks[0].trefOtherFirst = true;
+  spec.tracks.push_back(TitleTrack(2, {"a", "b"}, {0, 20}, 40));
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(p.file()->chapterCount, 0u);
+  EXPECT_FALSE(p.state().hasChapterTextTrack);
+
+  // A track not named by "chap" is ignored too.
+  spec.tracks[0].trefOtherFirst = false;
+  spec.tracks[0].chap = {7};
+  OpenProgramme q(BuildProgramme(spec).bytes);
+  ASSERT_EQ(q.rc(), TMX_OK);
+  EXPECT_EQ(q.file()->chapterCount, 0u);
+}
+
+TEST(Mp4Open, LinksAndPictures) {
+  auto spec = Basic(40);
+  spec.tracks[0].chap = {2, 3};
+  TrackSpec links;
+  links.id = 2;
+  links.entry = "tx3g";
+  links.tkhdFlags = 0;
+  links.samples = {TextSample("site"), TextSample("other")};
+  links.stts = {{1, 20 * 1024}, {1, 20 * 1024}};
+  TrackSpec images;
+  images.id = 3;
+  images.entry = "jpeg";
+  images.tkhdFlags = 0x1000;
+  images.pngFirst = true;
+  images.samples = {ByteVec(30, 1), ByteVec(40, 2), ByteVec(50, 3)};
+  images.stts = {{3, 1024}};
+  spec.tracks.push_back(links);
+  spec.tracks.push_back(images);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(p.state().linkCount, 2u);
+  // The "png " entry before "jpeg": one sample is no image, and flag 0x10.
+  EXPECT_EQ(p.file()->imageCount, 2u);
+  ASSERT_EQ(p.state().imageTrackCount, 1u);
+  EXPECT_EQ(p.state().imageTracks[0].flags & kLeadingExtraSample, kLeadingExtraSample);
+}
+
+TEST(Mp4Open, ImageRenditionsOfOneGroupPutTheMainTrackFirst) {
+  auto spec = Basic(10);
+  spec.tracks[0].chap = {3};
+  auto image = [](std::uint32_t id, std::uint32_t flags, std::uint16_t quality) {
+    TrackSpec t;
+    t.id = id;
+    t.entry = "jpeg";
+    t.tkhdFlags = flags;
+    t.alternateGroup = 5;
+    t.qualityField = quality;
+    t.samples = {ByteVec(20, std::uint8_t(id))};
+    return t;
+  };
+  spec.tracks.push_back(image(2, 0, 0x40));
+  spec.tracks.push_back(image(3, 0, 0x80));
+  spec.tracks.push_back(image(4, 0x1000, 0xC0));
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  ASSERT_EQ(p.state().imageTrackCount, 3u);
+  const TrackRecord* t = p.state().imageTracks;
+  EXPECT_EQ(t[0].trackId, 4u);
+  EXPECT_EQ(t[1].trackId, 2u);
+  EXPECT_EQ(t[2].trackId, 3u);
+  EXPECT_EQ(t[0].flags & kQualityMask, 0xC0u);
+  EXPECT_EQ(t[1].flags & kQualityMask, 0x40u);
+  EXPECT_EQ(p.file()->imageCount, 1u);
+}
+
+TEST(Mp4Open, RecordsTheMetadataList) {
+  auto spec = Basic();
+  spec.ilst = Atom("\xA9nam", Atom("data", ByteVec(12)));
+  auto built = BuildProgramme(spec).bytes;
+  OpenProgramme p(built);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  const std::uint32_t pos = p.state().metadataListPos;
+  ASSERT_NE(pos, 0u);
+  EXPECT_EQ(std::string(built.begin() + pos + 4, built.begin() + pos + 8), "ilst");
+}
+
+TEST(Mp4Open, AllocationFailureAtEveryAllocation) {
+  auto spec = Basic(40);
+  spec.tracks[0].chap = {2, 3};
+  spec.tracks.push_back(TitleTrack(2, {"a", "b"}, {0, 20}, 40));
+  TrackSpec images;
+  images.id = 3;
+  images.entry = "jpeg";
+  images.alternateGroup = 1;
+  images.samples = {ByteVec(10)};
+  spec.tracks.push_back(images);
+  const auto bytes = BuildProgramme(spec).bytes;
+  const std::int64_t live = testing::LiveAllocations();
+  bool opened = false;
+  for (std::uint64_t k = 1; k < 40; ++k) {
+    MemoryStream m(bytes);
+    TMXFile* file = nullptr;
+    testing::FailAllocation(k);
+    std::int32_t rc = TMXOpenFile(&file, m.stream(), nullptr);
+    testing::FailAllocation(0);
+    if (rc == TMX_OK) {
+      // A failure while loading pictures only loses the rendition group.
+      opened = opened || (file->chapterCount == 2 && State(file).imageTrackCount == 1);
+      TMXCloseFile(file);
+    } else {
+      EXPECT_TRUE(rc == TMX_ERR_MEMORY || rc == TMX_ERR_UNSUPPORTED) << k << ": " << rc;
+      // The first allocation is the file record: the caller keeps the stream.
+      EXPECT_EQ(m.closes(), k == 1 ? 0 : 1);
+    }
+    EXPECT_EQ(testing::LiveAllocations(), live) << "allocation " << k;
+  }
+  EXPECT_TRUE(opened);
+}
+
+TEST(AdtsTemplate, FieldsFromTheAudioSpecificConfig) {
+  std::uint8_t t[7], h[7];
+  MakeAdtsTemplate(0x1208, t);  // LC, 44100 Hz, mono
+  const std::uint8_t mono[7] = {0xFF, 0xF9, 0x50, 0x70, 0x00, 0x1F, 0xFC};
+  EXPECT_EQ(0, std::memcmp(t, mono, 7));
+  WriteAdtsHeader(t, 407, h);
+  const std::uint32_t length = ((h[3] & 3u) << 11) | (std::uint32_t(h[4]) << 3) | (h[5] >> 5);
+  EXPECT_EQ(length, 407u);
+  EXPECT_EQ(h[5] & 0x1F, 0x1F);  // buffer fullness kept
+  EXPECT_EQ(h[3] & 0xFC, 0x70);
+}
+
+}  // namespace
+}  // namespace tmx::mp4

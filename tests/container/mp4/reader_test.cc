@@ -1,0 +1,292 @@
+// Reading frames: chunk headers, the table fallback, seeking, side samples.
+#include "container/mp4/sample_description.h"
+#include "mp4_fixture.h"
+#include "util/alloc.h"
+#include "util/frame_time.h"
+
+namespace tmx::mp4 {
+namespace {
+
+using namespace tmx::test;
+
+// Reads every audio frame from the current position to the end.
+std::vector<ByteVec> ReadAll(OpenProgramme& p, std::int32_t* last = nullptr) {
+  std::vector<ByteVec> frames;
+  ByteVec frame;
+  std::int32_t rc;
+  while ((rc = p.Read(frame)) == TMX_OK) frames.push_back(frame);
+  if (last) *last = rc;
+  return frames;
+}
+
+ProgrammeSpec Interleaved(std::uint32_t frames) {
+  ProgrammeSpec spec;
+  spec.tracks.push_back(AudioTrack(frames, 5));
+  spec.tracks[0].chap = {2, 3};
+  spec.tracks.push_back(TitleTrack(2, {"One", "Two", "Three"}, {0, 10, 25}, frames));
+  TrackSpec images;
+  images.id = 3;
+  images.entry = "jpeg";
+  images.tkhdFlags = 0x1000;
+  images.samples = {ByteVec(64, 0xD8), ByteVec(80, 0xD9)};
+  images.stts = {{1, 12 * 1024}, {1, (frames - 12) * 1024}};
+  spec.tracks.push_back(images);
+  return spec;
+}
+
+TEST(Mp4Reader, DeliversEveryFrameThroughTheChunkHeaders) {
+  auto spec = Interleaved(40);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
+  std::int32_t last = 0;
+  auto frames = ReadAll(p, &last);
+  EXPECT_EQ(last, TMX_ERR_END);
+  EXPECT_EQ(frames, spec.tracks[0].samples);
+}
+
+TEST(Mp4Reader, FirstReadAfterOpenFallsBackToTheTables) {
+  auto spec = Interleaved(23);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(ReadAll(p), spec.tracks[0].samples);
+}
+
+TEST(Mp4Reader, AdtsHeadersPrefixEachFrame) {
+  auto spec = Interleaved(12);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXEnableADTSHeaders(p.file());
+  ByteVec frame;
+  const std::uint32_t size = std::uint32_t(spec.tracks[0].samples[0].size());
+  // Exactly one byte short: refused, and the frame stays current.
+  EXPECT_EQ(p.Read(frame, size + 6), TMX_ERR_BUFFER);
+  ASSERT_EQ(p.Read(frame, size + 7), TMX_OK);
+  ASSERT_EQ(frame.size(), size + 7);
+  std::uint8_t header[7];
+  WriteAdtsHeader(p.state().adtsTemplate, size + 7, header);
+  EXPECT_EQ(ByteVec(frame.begin(), frame.begin() + 7), ByteVec(header, header + 7));
+  EXPECT_EQ(ByteVec(frame.begin() + 7, frame.end()), spec.tracks[0].samples[0]);
+  EXPECT_EQ(p.file()->currentFrame, 1u);
+}
+
+TEST(Mp4Reader, SeekPlacesTheNextFrame) {
+  auto spec = Interleaved(40);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  for (std::uint32_t target : {0u, 1u, 4u, 5u, 17u, 34u}) {
+    ASSERT_EQ(p.handler().SeekToFrame(p.file(), target), TMX_OK) << target;
+    EXPECT_EQ(p.file()->currentFrame, target);
+    EXPECT_EQ(p.file()->currentFrameInfo.index, target);
+    ByteVec frame;
+    ASSERT_EQ(p.Read(frame), TMX_OK);
+    EXPECT_EQ(frame, spec.tracks[0].samples[target]) << target;
+    ASSERT_EQ(p.Read(frame), TMX_OK);
+    EXPECT_EQ(frame, spec.tracks[0].samples[target + 1]) << target;
+  }
+  // Samples of the very last chunk are beyond what the tables seek to.
+  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 35), TMX_ERR_SEEK_RANGE);
+  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 40), TMX_ERR_SEEK_RANGE);
+}
+
+TEST(Mp4Reader, SeekWalksSeveralStscRuns) {
+  ProgrammeSpec spec;
+  spec.tracks.push_back(AudioTrack(30));
+  spec.tracks[0].stsc = {{1, 2}, {3, 5}, {5, 1}};  // chunks of 2, 2, 5, 5, then 1s
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  for (std::uint32_t target : {0u, 3u, 4u, 13u, 14u, 20u, 28u}) {
+    ASSERT_EQ(p.handler().SeekToFrame(p.file(), target), TMX_OK) << target;
+    ByteVec frame;
+    ASSERT_EQ(p.Read(frame), TMX_OK);
+    EXPECT_EQ(frame, spec.tracks[0].samples[target]) << target;
+  }
+  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 29), TMX_ERR_SEEK_RANGE);
+}
+
+TEST(Mp4Reader, OneRunOfTenInFiveChunks) {
+  ProgrammeSpec spec;
+  spec.tracks.push_back(AudioTrack(50, 10));
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 39), TMX_OK);
+  EXPECT_EQ(p.state().chunkIndex, 3u);
+  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 40), TMX_ERR_SEEK_RANGE);
+}
+
+TEST(Mp4Reader, WithoutChunkHeadersTheTablesPlaceEveryChunkButTheLast) {
+  auto spec = Interleaved(40);
+  spec.chunkHeaders = false;
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  std::int32_t last = 0;
+  auto frames = ReadAll(p, &last);
+  ASSERT_EQ(frames.size(), 35u);
+  EXPECT_EQ(last, TMX_ERR_SEEK_RANGE);
+  EXPECT_TRUE(std::equal(frames.begin(), frames.end(), spec.tracks[0].samples.begin()));
+}
+
+TEST(Mp4Reader, CorruptChunkHeadersFallBackToTheTables) {
+  auto spec = Interleaved(20);
+  auto built = BuildProgramme(spec);
+  // Damage the size word of the second audio chunk's header, then the total
+  // of the third: both are caught, and the tables still find the frames.
+  std::vector<std::uint32_t> audioHeaders;
+  for (const auto& c : built.chunks)
+    if (c.track == 0) audioHeaders.push_back(c.headerPos);
+  built.bytes[audioHeaders[1] + 3] ^= 4;
+  built.bytes[audioHeaders[2] + 23] ^= 1;
+  OpenProgramme p(built.bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(ReadAll(p), spec.tracks[0].samples);
+}
+
+TEST(Mp4Reader, ChunksOfUnknownTracksAreSteppedOver) {
+  auto spec = Interleaved(20);
+  spec.tracks[0].chap = {2};  // the picture track is no longer known
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
+  // Walk every sample in storage order; the pictures show as type 0.
+  std::vector<std::uint32_t> types;
+  for (int i = 0; i < 40 && p.handler().AdvanceFrame(p.file()) == TMX_OK; ++i)
+    types.push_back(p.file()->currentFrameInfo.type);
+  EXPECT_NE(std::find(types.begin(), types.end(), 0u), types.end());
+  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
+  EXPECT_EQ(ReadAll(p), spec.tracks[0].samples);
+}
+
+TEST(Mp4Reader, AdvanceVisitsSidesamplesInStorageOrder) {
+  auto spec = Interleaved(30);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> seen;  // type, index
+  seen.push_back({p.file()->currentFrameInfo.type, p.file()->currentFrameInfo.index});
+  // As the frame exports do, stop once the audio frames are used up.
+  while (p.handler().AdvanceFrame(p.file()) == TMX_OK &&
+         p.file()->currentFrame < p.file()->frameCount)
+    seen.push_back({p.file()->currentFrameInfo.type, p.file()->currentFrameInfo.index});
+  auto count = [&](const char(&t)[5]) {
+    return std::count_if(seen.begin(), seen.end(), [&](auto& s) { return s.first == FourCC(t); });
+  };
+  EXPECT_EQ(count("mp4a"), 30);
+  EXPECT_EQ(count("text"), 2);  // the title at frame 0 comes before the reader's place
+  EXPECT_EQ(count("jpeg"), 1);
+  // Audio indices rise one by one.
+  std::uint32_t expect = 0;
+  for (auto& [type, index] : seen) {
+    if (type == FourCC("mp4a")) {
+      EXPECT_EQ(index, expect++);
+    }
+  }
+}
+
+TEST(Mp4Reader, DescribesChapterTextAndPictures) {
+  auto spec = Interleaved(30);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXFrameInfo info{};
+  ASSERT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("text"), 1, &info), TMX_OK);
+  EXPECT_EQ(info.type, FourCC("text"));
+  EXPECT_EQ(info.index, 1u);
+  EXPECT_EQ(info.size, 4u);  // "Two" and a terminator
+  EXPECT_EQ(info.startTime, FramesToMs(10, 22050, 1024));
+  std::uint8_t text[3];
+  ASSERT_EQ(p.stream().ops().Seek(p.stream().stream(), info.offset), TMX_OK);
+  ASSERT_EQ(p.stream().ops().Read(p.stream().stream(), text, 3, nullptr), TMX_OK);
+  EXPECT_EQ(std::string(text, text + 3), "Two");
+  TMXSetUnicodeFormat(p.file(), 3);
+  ASSERT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("text"), 2, &info), TMX_OK);
+  EXPECT_EQ(info.size, 12u);  // ("Three" + terminator) in 16-bit units
+
+  ASSERT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("jpeg"), 1, &info), TMX_OK);
+  EXPECT_EQ(info.size, 80u);
+  EXPECT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("jpeg"), 2, &info), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("tx3g"), 0, &info), TMX_ERR_NOT_FOUND);
+  // Lookups leave the reader where it was.
+  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 3), TMX_OK);
+  const std::uint32_t before = p.stream().position();
+  ASSERT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("text"), 0, &info), TMX_OK);
+  EXPECT_EQ(p.stream().position(), before);
+}
+
+TEST(Mp4Reader, ImageQualityChoosesTheRendition) {
+  ProgrammeSpec spec;
+  spec.tracks.push_back(AudioTrack(10));
+  spec.tracks[0].chap = {2};
+  auto image = [](std::uint32_t id, std::uint32_t flags, std::uint16_t quality, std::size_t size) {
+    TrackSpec t;
+    t.id = id;
+    t.entry = "jpeg";
+    t.tkhdFlags = flags;
+    t.alternateGroup = 1;
+    t.qualityField = quality;
+    t.samples = {ByteVec(size, 1)};
+    return t;
+  };
+  spec.tracks.push_back(image(2, 0x1000, 0xC0, 300));
+  spec.tracks.push_back(image(3, 0, 0x80, 200));
+  spec.tracks.push_back(image(4, 0, 0x40, 100));
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  auto sizeAt = [&](std::uint32_t quality) -> std::int64_t {
+    TMXSetImageQuality(p.file(), quality);
+    TMXFrameInfo info{};
+    std::int32_t rc = p.handler().GetSampleInfo(p.file(), FourCC("jpeg"), 0, &info);
+    return rc == TMX_OK ? std::int64_t(info.size) : rc;
+  };
+  EXPECT_EQ(sizeAt(0), 300);  // the first track
+  EXPECT_EQ(sizeAt(1), 100);  // levels above 0x40 passed over
+  EXPECT_EQ(sizeAt(2), 200);
+  EXPECT_EQ(sizeAt(3), 300);
+  EXPECT_EQ(sizeAt(4), TMX_ERR_NOT_FOUND);
+}
+
+TEST(Mp4Reader, APassedOverLastRenditionIsReturnedItself) {
+  ProgrammeSpec spec;
+  spec.tracks.push_back(AudioTrack(10));
+  spec.tracks[0].chap = {2};
+  for (auto [id, quality, size] : {std::tuple{2u, 0x40, 100}, std::tuple{3u, 0xC0, 300}}) {
+    TrackSpec t;
+    t.id = id;
+    t.entry = "jpeg";
+    t.tkhdFlags = id == 2 ? 0x1000 : 0;
+    t.alternateGroup = 1;
+    t.qualityField = std::uint16_t(quality);
+    t.samples = {ByteVec(std::size_t(size), 1)};
+    spec.tracks.push_back(t);
+  }
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXSetImageQuality(p.file(), 1);
+  TMXFrameInfo info{};
+  ASSERT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("jpeg"), 0, &info), TMX_OK);
+  EXPECT_EQ(info.size, 300u);
+}
+
+TEST(Mp4Reader, DecodingWithoutACodecIsRefused) {
+  auto spec = Interleaved(10);
+  spec.brand = "m4b ";
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  std::int16_t pcm[4096];
+  std::uint32_t length = 0;
+  const std::uint8_t frame[4] = {1, 2, 3, 4};
+  EXPECT_EQ(p.handler().DecodeFrame(p.file(), frame, 4, pcm, sizeof pcm, &length),
+            TMX_ERR_NO_DECODER);
+}
+
+TEST(Mp4Reader, ReadsNeverLeaveTheBuffer) {
+  // Frames larger than any buffer given are refused, not copied.
+  auto spec = Interleaved(10);
+  spec.tracks[0].samples[0] = ByteVec(5000, 9);
+  OpenProgramme p(BuildProgramme(spec).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  ByteVec frame;
+  EXPECT_EQ(p.Read(frame, 4999), TMX_ERR_BUFFER);
+  EXPECT_EQ(p.Read(frame, 5000), TMX_OK);
+}
+
+}  // namespace
+}  // namespace tmx::mp4

@@ -1,0 +1,79 @@
+// Builds small MP4-based programmes byte by byte, so that tests can shape
+// every atom: versions, capitals, flags, missing or corrupt pieces.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace tmx::test {
+
+using ByteVec = std::vector<std::uint8_t>;
+
+// An atom of `type` (exactly four characters) around a payload.
+ByteVec Atom(const std::string& type, const ByteVec& payload);
+// An atom whose payload is its children, concatenated.
+ByteVec Box(const std::string& type, std::initializer_list<ByteVec> children);
+// A full atom: version, 24-bit flags, then the payload.
+ByteVec FullAtom(const std::string& type, std::uint8_t version, std::uint32_t flags,
+                 const ByteVec& payload);
+ByteVec Concat(std::initializer_list<ByteVec> parts);
+ByteVec Be32(std::uint32_t v);
+
+struct TrackSpec {
+  std::uint32_t id = 1;
+  std::string entry = "mp4a";  // sample entry type
+  std::uint32_t tkhdFlags = 0x1007;
+  std::uint16_t alternateGroup = 0;
+  std::uint16_t qualityField = 0;  // the 16-bit field after the language code in "mdhd"
+  std::uint32_t timescale = 22050;
+  std::uint8_t version = 0;  // of "tkhd" and "mdhd"
+  bool pngFirst = false;     // a "png " sample entry before the recognised one
+  std::vector<ByteVec> samples;
+  // "stts" entries (count, delta); empty means one entry of 1024 per sample.
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> stts;
+  // "stsc" runs (first chunk, samples per chunk); empty means samplesPerChunk.
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> stsc;
+  std::uint32_t samplesPerChunk = 1;
+  std::vector<std::uint32_t> chap;  // track IDs named by "tref"/"chap"
+  bool trefOtherFirst = false;      // another child before "chap" in "tref"
+};
+
+struct ProgrammeSpec {
+  std::string brand = "tmx ";
+  std::string ftypType = "ftyp";
+  std::uint8_t mvhdVersion = 0;
+  std::uint16_t audioSpecificConfig = 0x1390;  // AAC LC, 22050 Hz, stereo
+  std::uint32_t maxBitrate = 64000;
+  std::uint32_t avgBitrate = 48000;
+  bool chunkHeaders = true;
+  bool withEsds = true;
+  ByteVec ilst;                   // payload of a file-level "ilst"; no "udta" when empty
+  std::vector<TrackSpec> tracks;  // tracks[0] is the audio track
+};
+
+// One chunk as stored in the media data, for tests that check positions.
+struct ChunkInfo {
+  std::uint32_t track;  // index into ProgrammeSpec::tracks
+  std::uint32_t firstSample;
+  std::uint32_t headerPos;  // 0 without chunk headers
+  std::uint32_t dataPos;
+};
+
+struct Programme {
+  ByteVec bytes;
+  std::vector<ChunkInfo> chunks;
+};
+
+// Lays out ftyp, moov and mdat; chunks of all tracks are interleaved by
+// start time, each behind its chunk header when chunkHeaders is set.
+Programme BuildProgramme(const ProgrammeSpec& spec);
+
+// Frames of `n` samples whose sizes and bytes vary with the index.
+std::vector<ByteVec> MakeFrames(std::uint32_t n, std::uint32_t baseSize = 100);
+
+// A chapter-title sample: 16-bit length and the text.
+ByteVec TextSample(const std::string& text);
+
+}  // namespace tmx::test
