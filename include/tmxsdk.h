@@ -166,6 +166,35 @@ TMX_API int32_t TMXGetImageCount(TMXFile* file, uint32_t* count) TMX_NOEXCEPT;
 TMX_API int32_t TMXGetImageQuality(TMXFile* file, uint32_t* quality) TMX_NOEXCEPT;
 TMX_API int32_t TMXGetUnicodeFormat(TMXFile* file, uint32_t* format) TMX_NOEXCEPT;
 
+/* Frame access. */
+/* Describes the next sample: an audio frame, or a chapter text, link or
+   picture when the matching switch is on. -24 after the last audio frame. */
+TMX_API int32_t TMXGetNextFrameInfo(TMXFile* file, TMXFrameInfo* info) TMX_NOEXCEPT;
+/* Copies the next audio frame (behind a 7-byte ADTS header when enabled)
+   into buffer and stores its length in *count. -19 leaves the frame current;
+   -24 at the end, after which the next call starts again at frame 0. */
+TMX_API int32_t TMXGetEncodedAudio(TMXFile* file, uint8_t* buffer, int32_t size,
+                                   uint32_t* count) TMX_NOEXCEPT;
+/* Passes over the sample TMXGetNextFrameInfo would describe. */
+TMX_API int32_t TMXSkipNextFrame(TMXFile* file) TMX_NOEXCEPT;
+
+/* Seeking, chapters and the saved position. Times are milliseconds. */
+TMX_API int32_t TMXSeek(TMXFile* file, uint32_t ms) TMX_NOEXCEPT;
+TMX_API int32_t TMXSeekToChapter(TMXFile* file, uint32_t chapter) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetChapterStartTime(TMXFile* file, uint32_t chapter, uint32_t* ms) TMX_NOEXCEPT;
+/* The chapter the playback position lies in; -25 without chapters. */
+TMX_API int32_t TMXGetCurrentChapter(TMXFile* file, uint32_t* chapter) TMX_NOEXCEPT;
+/* The playback position, restoring the saved one on first use. */
+TMX_API int32_t TMXGetPlaybackPosition(TMXFile* file, uint32_t* ms) TMX_NOEXCEPT;
+/* Writes the position file now. reason: 0 close, 1 seek, 2 periodic (writes
+   only when the countdown of delivered frames has run out), 3 end of audio. */
+TMX_API int32_t TMXSavePlaybackPosition(TMXFile* file, uint32_t reason) TMX_NOEXCEPT;
+/* The seven original-title words of the older container; the first is 0
+   (and the others untouched) when the file has none. */
+TMX_API int32_t TMXGetOriginalTitle(TMXFile* file, uint32_t* w1, uint32_t* w2, uint32_t* w3,
+                                    uint32_t* w4, uint32_t* w5, uint32_t* w6,
+                                    uint32_t* w7) TMX_NOEXCEPT;
+
 /* Copies the programmes directory (with a trailing separator) into buffer,
    whose capacity is counted in characters. Returns 1 on success, else 0.
    Windows: registry value; elsewhere: environment variable TesmoraProgramsDir. */

@@ -5,6 +5,7 @@
 #include "codec/codec.h"
 #include "container/format_handler.h"
 #include "io/file_stream.h"
+#include "playback/position.h"
 #include "util/alloc.h"
 #include "util/status.h"
 #include "util/wide_string.h"
@@ -109,6 +110,7 @@ TMX_API std::int32_t TMXOpenFileWinW(TMXFile** file, const wchar_t* path) noexce
 
 TMX_API std::int32_t TMXCloseFile(TMXFile* file) noexcept {
   if (!file) return TMX_ERR_HANDLE;
+  if (file->positionStreamOpen) SavePosition(file, std::uint32_t(SaveReason::kClose));
   if (file->formatHandler) file->formatHandler->CloseContainer(file);
   if (file->positionStream) {
     if (file->positionStreamOpen) {

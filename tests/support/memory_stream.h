@@ -29,6 +29,7 @@ class MemoryStream {
   int opens() const { return opens_; }
   int closes() const { return closes_; }
   int reads() const { return reads_; }
+  int writes() const { return writes_; }
   int last_open_mode() const { return lastOpenMode_; }
   std::uint32_t position() const { return position_; }
 

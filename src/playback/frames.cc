@@ -1,0 +1,66 @@
+// Pulling the programme frame by frame.
+#include "container/format_handler.h"
+#include "playback/position.h"
+#include "util/status.h"
+
+namespace {
+
+// True when the sample type is one the player asked to see.
+bool Wanted(const TMXFile* f, std::uint32_t type) noexcept {
+  using tmx::FourCC;
+  return type == f->audioTrackType || (type == FourCC("jpeg") && f->chapterImagesEnabled) ||
+         (type == FourCC("text") && f->chapterTextEnabled) ||
+         (type == FourCC("tx3g") && f->chapterLinksEnabled);
+}
+
+}  // namespace
+
+extern "C" {
+
+TMX_API std::int32_t TMXGetNextFrameInfo(TMXFile* f, TMXFrameInfo* info) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!info) return TMX_ERR_ARGUMENT;
+  tmx::EnsurePositionLoaded(f);
+  // The end test counts audio frames, so side samples stored after the last
+  // audio frame are never reported.
+  for (;;) {
+    if (f->currentFrame >= f->frameCount) return TMX_ERR_END;
+    if (Wanted(f, f->currentFrameInfo.type)) break;
+    TMX_RETURN_IF_ERROR(f->formatHandler->AdvanceFrame(f));
+  }
+  const TMXFrameInfo& current = f->currentFrameInfo;
+  *info = current;
+  // Pictures, and samples whose size is not known yet, are described from
+  // their track's tables.
+  if (current.type == tmx::FourCC("jpeg") || current.size == 0)
+    f->formatHandler->GetSampleInfo(f, current.type, current.index, info);
+  return TMX_OK;
+}
+
+TMX_API std::int32_t TMXGetEncodedAudio(TMXFile* f, std::uint8_t* buffer, std::int32_t size,
+                                        std::uint32_t* count) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!buffer || !count) return TMX_ERR_ARGUMENT;
+  tmx::EnsurePositionLoaded(f);
+  const std::uint32_t capacity = size > 0 ? std::uint32_t(size) : 0;
+  const std::int32_t rc = f->formatHandler->ReadEncodedFrame(f, buffer, capacity, count);
+  if (rc != TMX_ERR_END) {
+    tmx::SavePosition(f, std::uint32_t(tmx::SaveReason::kPeriodic));
+    return rc;
+  }
+  // At the end the reader goes back to the start, and the saved position
+  // marks the book finished.
+  f->formatHandler->SeekToFrame(f, 0);
+  tmx::SavePosition(f, std::uint32_t(tmx::SaveReason::kEnd));
+  return TMX_ERR_END;
+}
+
+TMX_API std::int32_t TMXSkipNextFrame(TMXFile* f) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (f->currentFrameInfo.type == 0) return TMX_ERR_NOT_FOUND;
+  tmx::EnsurePositionLoaded(f);
+  if (f->currentFrame >= f->frameCount) return TMX_ERR_END;
+  return f->formatHandler->AdvanceFrame(f);
+}
+
+}  // extern "C"
