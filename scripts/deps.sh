@@ -13,4 +13,4 @@ install_missing() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-BUILD_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev binutils libgtest-dev libbenchmark-dev)
+BUILD_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev binutils libgtest-dev libbenchmark-dev ffmpeg)

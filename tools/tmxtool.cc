@@ -1,6 +1,7 @@
 // tmxtool: inspects programmes from the command line.
 //
 //   tmxtool info PATH   prints the file type and what the container reports
+//   tmxtool mux ...     makes a programme from ADTS audio (see mux.cc)
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "mux.h"
 #include "tmxsdk.h"
 
 namespace {
@@ -102,7 +104,9 @@ int Info(const char* path) {
 }
 
 int Usage() {
-  std::fprintf(stderr, "usage: tmxtool info PATH\n");
+  std::fprintf(stderr,
+               "usage: tmxtool info PATH\n"
+               "       tmxtool mux INPUT.aac -o OUT.tmx [options]\n");
   return 2;
 }
 
@@ -113,5 +117,6 @@ int main(int argc, char** argv) {
   if (argc < 2) return Usage();
   const std::string command = argv[1];
   if (command == "info" && argc == 3) return Info(argv[2]);
+  if (command == "mux") return Mux(argc - 2, argv + 2);
   return Usage();
 }
