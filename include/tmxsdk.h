@@ -195,6 +195,55 @@ TMX_API int32_t TMXGetOriginalTitle(TMXFile* file, uint32_t* w1, uint32_t* w2, u
                                     uint32_t* w4, uint32_t* w5, uint32_t* w6,
                                     uint32_t* w7) TMX_NOEXCEPT;
 
+/* Metadata. Keys are four-character codes such as "@tit" (title), "@aut"
+   (author), "@nar" (narrator) and "@car" (cover picture, raw JPEG bytes).
+   Text arrives in the format TMXSetUnicodeFormat chose, always terminated and
+   cut to the buffer; raw keys ("@car", "@ual") need a buffer of the full size
+   (-19 otherwise). */
+TMX_API int32_t TMXSetMetadataLocale(TMXFile* file, uint32_t locale) TMX_NOEXCEPT;
+/* *count: capacity of locales in, number of distinct locales out. */
+TMX_API int32_t TMXGetMetadataLocaleList(TMXFile* file, uint32_t* locales,
+                                         uint32_t* count) TMX_NOEXCEPT;
+/* Buffer size the value needs in the current text format. */
+TMX_API int32_t TMXGetMetadataInfo(TMXFile* file, uint32_t key, uint32_t locale,
+                                   uint32_t* size) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetChapterMetadataInfo(TMXFile* file, uint32_t chapter, uint32_t key,
+                                          uint32_t locale, uint32_t* size) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetMetadata(TMXFile* file, uint32_t key, uint8_t* buffer,
+                               uint32_t size) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetChapterMetadata(TMXFile* file, uint32_t chapter, uint32_t key,
+                                      uint8_t* buffer, uint32_t size) TMX_NOEXCEPT;
+/* The user alias as text; *size is the buffer's capacity in bytes. */
+TMX_API int32_t TMXGetUseralias(TMXFile* file, uint8_t* buffer, uint32_t* size) TMX_NOEXCEPT;
+
+/* Chapter titles, links and pictures. Records come from the Info functions
+   or TMXGetNextFrameInfo; reading the sample TMXGetNextFrameInfo just
+   reported steps the reader past it. */
+TMX_API int32_t TMXGetLinkCount(TMXFile* file, uint32_t* count) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetChapterInfo(TMXFile* file, uint32_t chapter, TMXFrameInfo* info) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetLinkInfo(TMXFile* file, uint32_t link, TMXFrameInfo* info) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetLinkStartTime(TMXFile* file, uint32_t link, uint32_t* ms) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetImageInfo(TMXFile* file, uint32_t image, TMXFrameInfo* info) TMX_NOEXCEPT;
+TMX_API int32_t TMXGetImageStartTime(TMXFile* file, uint32_t image, uint32_t* ms) TMX_NOEXCEPT;
+/* The chapter title as text; -25 (and an empty string) for an empty title. */
+TMX_API int32_t TMXGetChapterText(TMXFile* file, const TMXFrameInfo* info, uint8_t* buffer,
+                                  uint32_t size) TMX_NOEXCEPT;
+/* The link address (as stored, terminated) followed by its caption as text. */
+TMX_API int32_t TMXGetLink(TMXFile* file, const TMXFrameInfo* info, uint8_t* buffer,
+                           uint32_t size) TMX_NOEXCEPT;
+/* Reads a picture from byte `start` on; *bytesRead receives the count. */
+TMX_API int32_t TMXGetEncodedImage(TMXFile* file, const TMXFrameInfo* info, uint32_t start,
+                                   uint8_t* buffer, uint32_t size,
+                                   uint32_t* bytesRead) TMX_NOEXCEPT;
+
+/* Base64 (RFC 4648 alphabet, "=" padding, no terminator, no line breaks).
+   Encoding writes 4 * ceil(length / 3) characters and returns that count;
+   decoding returns the number of bytes decoded. The caller sizes output. */
+TMX_API int32_t TW_Base64Encode(const unsigned char* input, int32_t length,
+                                char* output) TMX_NOEXCEPT;
+TMX_API int32_t TW_Base64Decode(const char* input, int32_t length,
+                                unsigned char* output) TMX_NOEXCEPT;
+
 /* Copies the programmes directory (with a trailing separator) into buffer,
    whose capacity is counted in characters. Returns 1 on success, else 0.
    Windows: registry value; elsewhere: environment variable TesmoraProgramsDir. */

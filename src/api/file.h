@@ -10,6 +10,11 @@
 namespace tmx {
 struct FormatHandler;
 struct Codec;
+// TMXOpenFile for streams the library made itself: they are released on
+// every failure, even one that happens before they were opened.
+std::int32_t OpenWithOwnedStreams(TMXFile** out, TMXStream* stream,
+                                  TMXStream* positionStream) noexcept;
+
 // The position file's path: the programme's path up to its last "." (looked
 // for in the whole path, so a dot in a directory counts) followed by ".pos".
 // False when the result does not fit in `out` with its terminator.
@@ -54,6 +59,7 @@ struct TMXFile {
 
   // The format handler's own state, owned by it.
   void* containerState;
+  std::uint32_t linkCount;  // samples of the link track
   // The position stream was made by TMXOpenFileWinW and must be released at
   // close even when it was never opened.
   std::uint32_t ownsPositionStream;  // bool
@@ -68,6 +74,11 @@ inline constexpr std::uint32_t kDefaultBookmarkBufferSize = 1024;
 // Decides the file type from the first bytes of the stream and stores the
 // stream in the file. 0, -8 for anything unrecognised, or a stream error.
 std::int32_t DetectFileType(TMXFile* file, TMXStream* stream) noexcept;
+
+// TMXOpenFile for streams the library made itself: they are released on
+// every failure, even one that happens before they were opened.
+std::int32_t OpenWithOwnedStreams(TMXFile** out, TMXStream* stream,
+                                  TMXStream* positionStream) noexcept;
 
 // The position file's path: the programme's path up to its last "." (looked
 // for in the whole path, so a dot in a directory counts) followed by ".pos".

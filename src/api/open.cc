@@ -67,6 +67,11 @@ TMXStream* MakePositionStream(const wchar_t* path) noexcept {
 
 }  // namespace
 
+std::int32_t OpenWithOwnedStreams(TMXFile** out, TMXStream* stream,
+                                  TMXStream* positionStream) noexcept {
+  return OpenFile(out, stream, positionStream, StreamOwner::kLibrary);
+}
+
 bool PositionPathFor(const wchar_t* path, std::span<wchar_t> out) noexcept {
   constexpr wchar_t kExtension[] = L".pos";
   constexpr std::size_t kExtensionLength = 4;
@@ -103,7 +108,7 @@ TMX_API std::int32_t TMXOpenFileWinW(TMXFile** file, const wchar_t* path) noexce
   // Without memory for the position stream the programme still opens, with
   // no position saving.
   TMXStream* position = MakePositionStream(path);
-  std::int32_t rc = OpenFile(file, input, position, StreamOwner::kLibrary);
+  std::int32_t rc = OpenWithOwnedStreams(file, input, position);
   if (rc != 0 && position) DisposeFileStream(position);
   return rc;
 }

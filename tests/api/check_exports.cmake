@@ -1,5 +1,6 @@
-# Compares the shared library's exported functions with the header's list.
-# Usage: cmake -DLIBRARY=... -DHEADER=... -DNM=... -P check_exports.cmake
+# Compares the shared library's exported functions with the C header's list,
+# and its exported C++ symbols with the members the class header declares.
+# Usage: cmake -DLIBRARY=... -DHEADER=... -DCLASS_HEADER=... -DNM=... -P check_exports.cmake
 file(STRINGS "${HEADER}" decls REGEX "^TMX_API ")
 set(declared "")
 foreach(d IN LISTS decls)
@@ -8,18 +9,34 @@ foreach(d IN LISTS decls)
 endforeach()
 list(SORT declared)
 
-execute_process(COMMAND "${NM}" -D --defined-only "${LIBRARY}"
+# Members of the exported class: constructor, destructor and methods.
+file(STRINGS "${CLASS_HEADER}" members REGEX "^  (~?CTesmoraMetadata\\(|std::int32_t [A-Za-z]+\\()")
+set(class_declared "")
+foreach(m IN LISTS members)
+  string(REGEX REPLACE "^  (std::int32_t )?(~?[A-Za-z]+)\\(.*$" "CTesmoraMetadata::\\2" name "${m}")
+  list(APPEND class_declared "${name}")
+endforeach()
+list(REMOVE_DUPLICATES class_declared)
+list(SORT class_declared)
+
+execute_process(COMMAND "${NM}" -D --defined-only -C "${LIBRARY}"
   OUTPUT_VARIABLE nm_out RESULT_VARIABLE nm_rc)
 if(NOT nm_rc EQUAL 0)
   message(FATAL_ERROR "nm failed on ${LIBRARY}")
 endif()
 string(REPLACE "\n" ";" lines "${nm_out}")
 set(exported "")
+set(class_exported "")
 foreach(line IN LISTS lines)
   if(line MATCHES "^[0-9a-fA-F]+ [A-Za-z] (.+)$")
     set(sym "${CMAKE_MATCH_1}")
     string(REGEX REPLACE "@.*$" "" sym "${sym}")
-    list(APPEND exported "${sym}")
+    if(sym MATCHES "::")
+      string(REGEX REPLACE "\\(.*$" "" sym "${sym}")
+      list(APPEND class_exported "${sym}")
+    else()
+      list(APPEND exported "${sym}")
+    endif()
   endif()
 endforeach()
 list(REMOVE_DUPLICATES exported)
@@ -29,6 +46,11 @@ set(missing ${declared})
 list(REMOVE_ITEM missing ${exported})
 set(extra ${exported})
 list(REMOVE_ITEM extra ${declared})
+list(REMOVE_DUPLICATES class_exported)
+list(SORT class_exported)
+if(NOT class_exported STREQUAL class_declared)
+  message(FATAL_ERROR "class exports differ\n  exported: ${class_exported}\n  declared: ${class_declared}")
+endif()
 list(LENGTH declared n)
 if(missing OR extra)
   message(FATAL_ERROR "exports differ from the header\n  missing: ${missing}\n  not declared: ${extra}")

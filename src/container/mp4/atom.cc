@@ -56,10 +56,10 @@ std::int32_t AtomFindChild(TMXStream* s, AtomRange range, std::uint32_t type,
   return TMX_ERR_SEEK;
 }
 
-bool CountFitsStream(TMXStream* s, std::uint32_t count, std::uint32_t entryBytes) noexcept {
+bool CountFitsStream(std::uint32_t streamSize, std::uint32_t count,
+                     std::uint32_t entryBytes) noexcept {
   constexpr std::uint64_t kUnknownSizeLimit = 64u << 20;
-  const std::uint32_t size = s->ops->GetSize(s);
-  const std::uint64_t limit = size == TMX_STREAM_UNKNOWN ? kUnknownSizeLimit : size;
+  const std::uint64_t limit = streamSize == TMX_STREAM_UNKNOWN ? kUnknownSizeLimit : streamSize;
   return std::uint64_t(count) * entryBytes <= limit;
 }
 

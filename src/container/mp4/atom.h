@@ -54,10 +54,12 @@ std::int32_t AtomFindChild(TMXStream* s, AtomRange range, std::uint32_t type,
 // walked to "moov", whose payload range is returned. -7 otherwise.
 std::int32_t AtomLocateMovie(TMXStream* s, AtomRange* movie) noexcept;
 
-// True when `count` entries of `entryBytes` each could be stored in the
-// stream, so that a count read from a file never drives an allocation larger
-// than the file could justify (64 MiB when the stream's size is unknown).
-bool CountFitsStream(TMXStream* s, std::uint32_t count, std::uint32_t entryBytes) noexcept;
+// True when `count` entries of `entryBytes` each could be stored in a
+// stream of `streamSize` bytes, so that a count read from a file never
+// drives an allocation larger than the file could justify (64 MiB when the
+// size is unknown).
+bool CountFitsStream(std::uint32_t streamSize, std::uint32_t count,
+                     std::uint32_t entryBytes) noexcept;
 
 // The payload range of an atom whose header is at `position`.
 constexpr AtomRange PayloadOf(std::uint32_t position, std::uint32_t size) noexcept {

@@ -6,6 +6,7 @@
 #include "container/mp4/sample_description.h"
 #include "container/mp4/sample_table.h"
 #include "container/mp4/tracks.h"
+#include "metadata/item_list.h"
 #include "util/alloc.h"
 
 namespace tmx::mp4 {
@@ -70,6 +71,7 @@ void Release(TMXFile* file) noexcept {
     Mp4State& st = State(file);
     ReleaseChunk(file);
     Free(st.imageTracks);
+    Free(st.chapterListPos);
     Free(file->containerState);
     file->containerState = nullptr;
   }
@@ -77,6 +79,7 @@ void Release(TMXFile* file) noexcept {
 
 std::int32_t ParseMovie(TMXFile* file, TMXStream* s) noexcept {
   file->stream = s;
+  State(file).streamSize = s->ops->GetSize(s);
   AtomRange movie{};
   if (WalkTopLevel(file, s, &movie)) {
     TMX_RETURN_IF_ERROR(ReadMovieHeader(s, movie));
@@ -102,19 +105,10 @@ std::int32_t CloseContainer(TMXFile* file) noexcept {
   return TMX_OK;
 }
 
-// The metadata operations arrive with the metadata reader.
-std::int32_t NoLocales(TMXFile*, std::uint32_t*, std::uint32_t*) noexcept {
-  return TMX_ERR_NOT_FOUND;
-}
-std::int32_t NoItem(TMXFile*, std::uint32_t, std::uint32_t, std::uint32_t*, std::uint32_t*,
-                    std::uint32_t*, std::uint32_t*) noexcept {
-  return TMX_ERR_NOT_FOUND;
-}
-
 }  // namespace
 
-const FormatHandler kMp4Handler = {OpenContainer,    CloseContainer, NoLocales,
-                                   NoItem,           SeekToFrame,    AdvanceFrame,
+const FormatHandler kMp4Handler = {OpenContainer,    CloseContainer, GetMetadataLocaleList,
+                                   GetMetadataItem,  SeekToFrame,    AdvanceFrame,
                                    ReadEncodedFrame, DecodeFrame,    GetSampleInfo};
 
 }  // namespace tmx::mp4

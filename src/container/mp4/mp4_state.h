@@ -37,6 +37,7 @@ struct ChunkHeader {
 };
 
 struct Mp4State {
+  std::uint32_t streamSize;  // as the stream reported it at open
   TrackRecord audioTrack;
   std::uint32_t hasChapterTextTrack;  // bool
   TrackRecord chapterTextTrack;
@@ -44,8 +45,11 @@ struct Mp4State {
   TrackRecord linkTrack;
   TrackRecord* imageTracks;  // imageTrackCount records, owned
   std::uint32_t imageTrackCount;
-  std::uint32_t linkCount;
   std::uint32_t metadataListPos;  // file-level "ilst" header, 0 when none
+  // Per-chapter item lists would follow one another from here; the reader
+  // never finds such a place, so chapter metadata stays unavailable.
+  std::uint32_t chapterMetadataPos;
+  std::uint32_t* chapterListPos;  // chapterCount entries, built on first use
   std::uint32_t brandMinorVersion;
 
   // Audio sample tables: positions of their entries, never loaded whole.
@@ -56,6 +60,12 @@ struct Mp4State {
   std::uint32_t fixedSampleSize;
   std::uint32_t stcoEntriesPos;
   std::uint32_t chunkCount;
+
+  // Where the reader left the stream. Sequential reading then needs no Tell
+  // or Seek between frames; every lookup elsewhere restores the position it
+  // found, which keeps this right.
+  std::uint32_t readerPos;
+  std::uint32_t readerPosKnown;  // bool
 
   // Reader position (the next audio sample is TMXFile::currentFrame).
   ChunkHeader chunk;

@@ -32,10 +32,28 @@ class PositionGuard {
   std::uint32_t saved_;
 };
 
-// Seeks unless the stream already stands at `position`.
-std::int32_t SeekIfNeeded(TMXStream* s, std::uint32_t position) noexcept {
-  if (s->ops->Tell(s) == position) return TMX_OK;
-  return s->ops->Seek(s, position);
+// Puts the stream at `position` for the reader, seeking only when it is
+// not known to be there already.
+std::int32_t MoveTo(TMXFile* f, std::uint32_t position) noexcept {
+  Mp4State& st = State(f);
+  if (st.readerPosKnown && st.readerPos == position) return TMX_OK;
+  st.readerPosKnown = 0;
+  TMX_RETURN_IF_ERROR(f->stream->ops->Seek(f->stream, position));
+  st.readerPos = position;
+  st.readerPosKnown = 1;
+  return TMX_OK;
+}
+
+// Records a read of `bytes` by the reader, or forgets the position when the
+// read failed.
+std::int32_t Moved(TMXFile* f, std::int32_t rc, std::uint32_t bytes) noexcept {
+  Mp4State& st = State(f);
+  if (rc == 0) {
+    st.readerPos += bytes;
+  } else {
+    st.readerPosKnown = 0;
+  }
+  return rc;
 }
 
 // Reads `count` big-endian 32-bit words into `out`.
@@ -93,7 +111,7 @@ std::int32_t PrepareChunkFromTables(TMXFile* f, std::uint32_t offset) noexcept {
   const std::uint32_t count = st.samplesInChunk;
   c.headerSize = (count + 7) * 4;
   if (count == 0) return TMX_OK;
-  if (!CountFitsStream(f->stream, count, 1)) return TMX_ERR_INCONSISTENT;
+  if (!CountFitsStream(st.streamSize, count, 1)) return TMX_ERR_INCONSISTENT;
   auto* sizes = AllocArray<std::uint32_t>(count);
   if (!sizes) return TMX_ERR_MEMORY;
   std::uint32_t total = 0;
@@ -117,6 +135,24 @@ std::int32_t PrepareChunkFromTables(TMXFile* f, std::uint32_t offset) noexcept {
   return TMX_OK;
 }
 
+// Titles and links are described as their lookups describe them: a title
+// by its text length plus one (doubled for 16-bit output) behind its length
+// prefix, a link by its sample size plus the caption length for 16-bit
+// output. The stream is left behind the length prefix.
+std::int32_t DescribeTextSample(TMXFile* f, TMXFrameInfo* info) noexcept {
+  if (State(f).chunk.sampleCount == 0) return TMX_OK;
+  std::uint16_t length = 0;
+  TMX_RETURN_IF_ERROR(Moved(f, AtomReadU16(f->stream, &length), 2));
+  const bool wide = (f->unicodeFormat & 2) != 0;
+  if (info->type == FourCC("text")) {
+    info->size = (std::uint32_t(length) + 1) * (wide ? 2 : 1);
+    info->offset += 2;
+  } else if (wide) {
+    info->size += length;
+  }
+  return TMX_OK;
+}
+
 // Reads the header stored in front of the next chunk of any track.
 std::int32_t ReadNextChunkHeader(TMXFile* f) noexcept {
   TMXStream* s = f->stream;
@@ -127,18 +163,18 @@ std::int32_t ReadNextChunkHeader(TMXFile* f) noexcept {
   const std::uint64_t next = std::uint64_t(c.dataPos) + c.totalSize;
   ClearChunk(st);
   if (next > UINT32_MAX) return TMX_ERR_INCONSISTENT;
-  TMX_RETURN_IF_ERROR(SeekIfNeeded(s, std::uint32_t(next)));
+  TMX_RETURN_IF_ERROR(MoveTo(f, std::uint32_t(next)));
   std::uint32_t w[7];
-  TMX_RETURN_IF_ERROR(ReadWords(s, w, 7));
+  TMX_RETURN_IF_ERROR(Moved(f, ReadWords(s, w, 7), kChunkHeaderFixedBytes));
   const std::uint32_t n = w[6];
   if (w[0] != (std::uint64_t(n) + 7) * 4) return TMX_ERR_INCONSISTENT;
-  if (!CountFitsStream(s, n, 4)) return TMX_ERR_INCONSISTENT;
+  if (!CountFitsStream(st.streamSize, n, 4)) return TMX_ERR_INCONSISTENT;
   std::uint32_t* sizes = nullptr;
   if (n != 0) {
     sizes = AllocArray<std::uint32_t>(n);
     if (!sizes) return TMX_ERR_MEMORY;
     std::uint64_t sum = 0;
-    std::int32_t rc = ReadWords(s, sizes, n);
+    std::int32_t rc = Moved(f, ReadWords(s, sizes, n), 4 * n);
     for (std::uint32_t i = 0; rc == 0 && i < n; ++i) sum += sizes[i];
     if (rc == 0 && sum != w[5]) rc = TMX_ERR_INCONSISTENT;
     if (rc != 0) {
@@ -167,8 +203,10 @@ std::int32_t ReadNextChunkHeader(TMXFile* f) noexcept {
     if (info.flags & kLeadingExtraSample) --info.index;
   } else if (st.hasChapterTextTrack && id == st.chapterTextTrack.trackId) {
     info.flags = st.chapterTextTrack.flags;
+    TMX_RETURN_IF_ERROR(DescribeTextSample(f, &info));
   } else if (st.hasLinkTrack && id == st.linkTrack.trackId) {
     info.flags = st.linkTrack.flags;
+    TMX_RETURN_IF_ERROR(DescribeTextSample(f, &info));
   } else {
     // A chunk of a track the reader does not know is stepped over.
     info.type = 0;
@@ -425,6 +463,7 @@ std::int32_t SeekToFrame(TMXFile* f, std::uint32_t frame) noexcept {
   TMXStream* s = f->stream;
   Mp4State& st = State(f);
   std::uint32_t firstChunk = 0;
+  st.readerPosKnown = 0;
   TMX_RETURN_IF_ERROR(s->ops->Seek(s, st.stscEntriesPos));
   TMX_RETURN_IF_ERROR(AtomReadU32(s, &firstChunk));
   if (st.stscCount == 0) return TMX_ERR_SEEK_RANGE;
@@ -455,7 +494,7 @@ std::int32_t SeekToFrame(TMXFile* f, std::uint32_t frame) noexcept {
       offset = kNoOffset;
   }
   TMX_RETURN_IF_ERROR(PrepareChunkFromTables(f, offset));
-  if (f->currentFrameInfo.type != 0) s->ops->Seek(s, f->currentFrameInfo.offset);
+  if (f->currentFrameInfo.type != 0) MoveTo(f, f->currentFrameInfo.offset);
   return TMX_OK;
 }
 
@@ -477,8 +516,8 @@ std::int32_t ReadEncodedFrame(TMXFile* f, std::uint8_t* buffer, std::uint32_t bu
   const std::uint32_t header = f->adtsHeadersEnabled ? 7 : 0;
   if (std::uint64_t(info.size) + header > bufferSize) return TMX_ERR_BUFFER;
   if (header) WriteAdtsHeader(st.adtsTemplate, info.size + header, buffer);
-  TMX_RETURN_IF_ERROR(SeekIfNeeded(s, info.offset));
-  TMX_RETURN_IF_ERROR(AtomReadBytes(s, {buffer + header, info.size}));
+  TMX_RETURN_IF_ERROR(MoveTo(f, info.offset));
+  TMX_RETURN_IF_ERROR(Moved(f, AtomReadBytes(s, {buffer + header, info.size}), info.size));
   *length = info.size + header;
   StepAudio(f);
   return TMX_OK;

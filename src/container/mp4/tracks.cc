@@ -109,7 +109,7 @@ std::int32_t LoadChapters(TMXFile* file, const TrackRecord& track) noexcept {
   TMX_RETURN_IF_ERROR(ReadSampleCount(s, stbl, &count));
   if (count == 0) return TMX_OK;
   // Each chapter has a title sample of at least its 2-byte length.
-  if (!CountFitsStream(s, count, 2)) return TMX_ERR_INCONSISTENT;
+  if (!CountFitsStream(State(file).streamSize, count, 2)) return TMX_ERR_INCONSISTENT;
   TMX_RETURN_IF_ERROR(FindPayload(s, stbl, FourCC("stts"), &stts));
   Owned<std::uint32_t> starts(AllocArray<std::uint32_t>(count));
   if (!starts) return TMX_ERR_MEMORY;
@@ -307,7 +307,7 @@ std::int32_t LoadChapterTracks(TMXFile* file) noexcept {
   DropChapters(file);
   DropImages(file);
   st.hasChapterTextTrack = st.hasLinkTrack = 0;
-  st.linkCount = 0;
+  file->linkCount = 0;
 
   Owned<std::uint32_t> ids;
   std::uint32_t idCount = 0;
@@ -340,10 +340,10 @@ std::int32_t LoadChapterTracks(TMXFile* file) noexcept {
         if (StblOf(s, t, &stbl) == 0 && ReadSampleCount(s, stbl, &count) == 0) {
           st.hasLinkTrack = 1;
           st.linkTrack = t;
-          st.linkCount = count;
+          file->linkCount = count;
         } else {
           st.hasLinkTrack = 0;
-          st.linkCount = 0;
+          file->linkCount = 0;
         }
         break;
       }

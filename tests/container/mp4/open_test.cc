@@ -152,7 +152,7 @@ TEST(Mp4Open, LinksAndPictures) {
   spec.tracks.push_back(images);
   OpenProgramme p(BuildProgramme(spec).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(p.state().linkCount, 2u);
+  EXPECT_EQ(p.file()->linkCount, 2u);
   // The "png " entry before "jpeg": one sample is no image, and flag 0x10.
   EXPECT_EQ(p.file()->imageCount, 2u);
   ASSERT_EQ(p.state().imageTrackCount, 1u);

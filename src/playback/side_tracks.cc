@@ -1,0 +1,164 @@
+// Chapter titles, links and pictures: the timed side tracks.
+#include <cstring>
+
+#include "container/format_handler.h"
+#include "metadata/queries.h"
+#include "metadata/text_convert.h"
+#include "util/alloc.h"
+#include "util/status.h"
+
+namespace {
+
+using tmx::FourCC;
+
+constexpr std::uint32_t kText = FourCC("text");
+constexpr std::uint32_t kLink = FourCC("tx3g");
+constexpr std::uint32_t kPicture = FourCC("jpeg");
+
+// A record equal to the one the reader stands on was just reported by
+// TMXGetNextFrameInfo: reading it steps the reader past it.
+void AdvanceIfCurrent(TMXFile* f, const TMXFrameInfo* record) noexcept {
+  if (std::memcmp(record, &f->currentFrameInfo, sizeof(TMXFrameInfo)) == 0)
+    f->formatHandler->AdvanceFrame(f);
+}
+
+std::int32_t Describe(TMXFile* f, std::uint32_t type, std::uint32_t index,
+                      TMXFrameInfo* info) noexcept {
+  return f->formatHandler->GetSampleInfo(f, type, index, info);
+}
+
+std::int32_t StartTime(TMXFile* f, std::uint32_t type, std::uint32_t index,
+                       std::uint32_t* time) noexcept {
+  TMXFrameInfo info{};
+  TMX_RETURN_IF_ERROR(Describe(f, type, index, &info));
+  *time = info.startTime;
+  return TMX_OK;
+}
+
+// The link sample: caption length L, caption, then the first modifier box,
+// which must be "href": size, type, two character offsets, the address
+// length U and the address.
+struct LinkParts {
+  std::uint32_t captionLength;
+  std::uint32_t addressLength;
+  const std::uint8_t* address;
+};
+
+std::int32_t ParseLink(const std::uint8_t* sample, std::uint32_t size, LinkParts* parts) noexcept {
+  if (size < 2) return TMX_ERR_NOT_FOUND;
+  const std::uint32_t l = (std::uint32_t(sample[0]) << 8) | sample[1];
+  if (std::uint64_t(l) + 15 > size) return TMX_ERR_NOT_FOUND;
+  if (std::memcmp(sample + 6 + l, "href", 4) != 0) return TMX_ERR_NOT_FOUND;
+  const std::uint32_t u = sample[14 + l];
+  if (std::uint64_t(l) + 15 + u > size) return TMX_ERR_NOT_FOUND;
+  *parts = {l, u, sample + 15 + l};
+  return TMX_OK;
+}
+
+}  // namespace
+
+extern "C" {
+
+TMX_API std::int32_t TMXGetLinkCount(TMXFile* f, std::uint32_t* count) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!count) return TMX_ERR_ARGUMENT;
+  *count = f->linkCount;
+  return TMX_OK;
+}
+
+TMX_API std::int32_t TMXGetChapterInfo(TMXFile* f, std::uint32_t chapter,
+                                       TMXFrameInfo* info) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!info) return TMX_ERR_ARGUMENT;
+  if (chapter >= f->chapterCount) return TMX_ERR_INDEX;
+  return Describe(f, kText, chapter, info);
+}
+
+TMX_API std::int32_t TMXGetLinkInfo(TMXFile* f, std::uint32_t link, TMXFrameInfo* info) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!info) return TMX_ERR_ARGUMENT;
+  if (link >= f->linkCount) return TMX_ERR_INDEX;
+  return Describe(f, kLink, link, info);
+}
+
+TMX_API std::int32_t TMXGetLinkStartTime(TMXFile* f, std::uint32_t link,
+                                         std::uint32_t* time) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!time) return TMX_ERR_ARGUMENT;
+  if (link >= f->linkCount) return TMX_ERR_INDEX;
+  // The time comes from the chapter-title track on purpose: links are
+  // placed at the chapters they belong to.
+  return StartTime(f, kText, link, time);
+}
+
+TMX_API std::int32_t TMXGetImageInfo(TMXFile* f, std::uint32_t image, TMXFrameInfo* info) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!info) return TMX_ERR_ARGUMENT;
+  return Describe(f, kPicture, image, info);
+}
+
+TMX_API std::int32_t TMXGetImageStartTime(TMXFile* f, std::uint32_t image,
+                                          std::uint32_t* time) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!time) return TMX_ERR_ARGUMENT;
+  return StartTime(f, kPicture, image, time);
+}
+
+TMX_API std::int32_t TMXGetChapterText(TMXFile* f, const TMXFrameInfo* record, std::uint8_t* buffer,
+                                       std::uint32_t size) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!record || !buffer || size == 0) return TMX_ERR_ARGUMENT;
+  if (record->index >= f->chapterCount) return TMX_ERR_INDEX;
+  if (record->size == 0) {
+    std::memset(buffer, 0, size < 2 ? size : 2);
+    return TMX_ERR_NOT_FOUND;
+  }
+  // The size covers one character more than the title, so the bytes read
+  // run into what follows it; the conversion stops at the zero high byte of
+  // the next length or box size.
+  TMX_RETURN_IF_ERROR(
+      tmx::DeliverText(f, record->offset, record->size, tmx::kTextUtf8, buffer, size));
+  AdvanceIfCurrent(f, record);
+  return TMX_OK;
+}
+
+TMX_API std::int32_t TMXGetLink(TMXFile* f, const TMXFrameInfo* record, std::uint8_t* buffer,
+                                std::uint32_t size) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!record || !buffer) return TMX_ERR_ARGUMENT;
+  if (record->index >= f->linkCount) return TMX_ERR_INDEX;
+  tmx::Owned<std::uint8_t> sample(tmx::AllocArray<std::uint8_t>(record->size ? record->size : 1));
+  if (!sample) return TMX_ERR_MEMORY;
+  TMX_RETURN_IF_ERROR(tmx::ReadValue(f, record->offset, {sample.get(), record->size}));
+  LinkParts parts{};
+  TMX_RETURN_IF_ERROR(ParseLink(sample.get(), record->size, &parts));
+  // The address goes first, as it is, with a terminator; the library never
+  // writes past the buffer, so one too small for it is refused.
+  if (size < parts.addressLength + 1) return TMX_ERR_BUFFER;
+  std::memcpy(buffer, parts.address, parts.addressLength);
+  buffer[parts.addressLength] = 0;
+  // The caption follows, converted; it is not terminated in the sample, and
+  // the conversion stops at the zero high byte of the "href" box size.
+  const std::uint32_t used = parts.addressLength + 1;
+  tmx::ConvertText({sample.get() + 2, record->size - 2}, tmx::kTextUtf8, f->unicodeFormat,
+                   buffer + used, size - used);
+  AdvanceIfCurrent(f, record);
+  return TMX_OK;
+}
+
+TMX_API std::int32_t TMXGetEncodedImage(TMXFile* f, const TMXFrameInfo* record, std::uint32_t start,
+                                        std::uint8_t* buffer, std::uint32_t size,
+                                        std::uint32_t* bytesRead) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!buffer || !record || !bytesRead) return TMX_ERR_ARGUMENT;
+  if (start >= record->size) return TMX_ERR_NOT_FOUND;
+  if (record->type != kPicture) return TMX_ERR_ARGUMENT;
+  const std::uint32_t rest = record->size - start;
+  const std::uint32_t count = size < rest ? size : rest;
+  const std::int32_t rc = tmx::ReadValue(f, record->offset + start, {buffer, count});
+  *bytesRead = rc == 0 ? count : 0;
+  AdvanceIfCurrent(f, record);
+  return rc;
+}
+
+}  // extern "C"
