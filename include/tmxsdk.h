@@ -236,6 +236,15 @@ TMX_API int32_t TMXGetEncodedImage(TMXFile* file, const TMXFrameInfo* info, uint
                                    uint8_t* buffer, uint32_t size,
                                    uint32_t* bytesRead) TMX_NOEXCEPT;
 
+/* Decoding. Decodes one encoded frame (as TMXGetEncodedAudio delivered it,
+   without ADTS header) into 16-bit PCM, stereo interleaved; pcmCapacity and
+   *pcmLength count bytes. -22 for file types without a decoder. */
+TMX_API int32_t TMXDecodePCMFrame(TMXFile* file, const uint8_t* encoded, uint32_t encodedLength,
+                                  int16_t* pcm, uint32_t pcmCapacity,
+                                  uint32_t* pcmLength) TMX_NOEXCEPT;
+
+/* Bookmarks. */
+
 /* Base64 (RFC 4648 alphabet, "=" padding, no terminator, no line breaks).
    Encoding writes 4 * ceil(length / 3) characters and returns that count;
    decoding returns the number of bytes decoded. The caller sizes output. */

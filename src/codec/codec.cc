@@ -7,11 +7,13 @@
 namespace tmx {
 namespace {
 
-std::int32_t NullCreate(void**, const std::uint8_t*, std::uint32_t) noexcept {
+std::int32_t NullCreate(void**, const std::uint8_t*, std::uint32_t, const Codec*) noexcept {
   return TMX_ERR_NO_DECODER;
 }
 std::int32_t NullDestroy(void**) noexcept { return TMX_ERR_NO_DECODER; }
-std::int32_t NullReset(void*) noexcept { return TMX_ERR_NO_DECODER; }
+std::int32_t NullReset(void*, const std::uint8_t*, std::uint32_t, const Codec*) noexcept {
+  return TMX_ERR_NO_DECODER;
+}
 std::int32_t NullDecode(void*, const std::uint8_t*, std::uint32_t, std::int16_t*, std::uint32_t,
                         std::uint32_t*) noexcept {
   return TMX_ERR_NO_DECODER;
@@ -28,7 +30,7 @@ const Codec* CodecForFileType(std::uint32_t fileType) noexcept {
       &kNullCodec,  // 0
       &kNullCodec,  // 1: MP4, other brand
       &kNullCodec,  // 2: MP4, "m4b "
-      &kNullCodec,  // 3: MP4, "tmx " (AAC)
+      &kAacCodec,   // 3: MP4, "tmx " (AAC)
       &kNullCodec,  // 4: older container, codec 0xC00D
       &kNullCodec,  // 5: older container, speech codec
       &kNullCodec,  // 6: older container, speech codec

@@ -200,9 +200,9 @@ TEST_F(OpenTest, NullTablesAnswerTheirCodes) {
   EXPECT_EQ(h.GetSampleInfo(&f, 0, 0, nullptr), TMX_ERR_UNSUPPORTED);
   const Codec& c = kNullCodec;
   void* instance = nullptr;
-  EXPECT_EQ(c.CreateDecoder(&instance, nullptr, 0), TMX_ERR_NO_DECODER);
+  EXPECT_EQ(c.CreateDecoder(&instance, nullptr, 0, &c), TMX_ERR_NO_DECODER);
   EXPECT_EQ(c.DestroyDecoder(&instance), TMX_ERR_NO_DECODER);
-  EXPECT_EQ(c.ResetDecoder(instance), TMX_ERR_NO_DECODER);
+  EXPECT_EQ(c.ResetDecoder(instance, nullptr, 0, &c), TMX_ERR_NO_DECODER);
   EXPECT_EQ(c.DecodeFrame(instance, nullptr, 0, nullptr, 0, nullptr), TMX_ERR_NO_DECODER);
 }
 

@@ -121,7 +121,7 @@ std::int32_t DecodeFrame(TMXFile* file, const std::uint8_t* data, std::uint32_t 
     std::int32_t rc = ReadExactAt(s, st.codecConfigPos, {config.get(), size});
     s->ops->Seek(s, saved);
     if (rc != 0) return rc;
-    TMX_RETURN_IF_ERROR(codec->CreateDecoder(&file->codecInstance, config.get(), size));
+    TMX_RETURN_IF_ERROR(codec->CreateDecoder(&file->codecInstance, config.get(), size, codec));
   }
   return codec->DecodeFrame(file->codecInstance, data, length, pcm, capacity, pcmLength);
 }

@@ -1,0 +1,62 @@
+// The decoder's input path: frames are copied into a circular buffer of 1536
+// bytes (the largest stereo frame, 6144 bits per channel) and read back most
+// significant bit first. Reads never leave the current frame: past its end
+// they return zeros and mark the reader as overrun.
+#pragma once
+
+#include <cstdint>
+
+namespace tmx::aac {
+
+inline constexpr std::uint32_t kBitBufferBytes = 1536;
+
+class BitBuffer {
+ public:
+  // Appends a frame after the previous one, wrapping at the end of the ring.
+  // Returns false (and stores nothing) when the frame is larger than the ring.
+  bool Load(const std::uint8_t* data, std::uint32_t length) noexcept;
+  void Reset() noexcept {
+    write_ = 0;
+    start_ = 0;
+    length_ = 0;
+  }
+  // Byte offset of the current frame within the ring, and its length.
+  std::uint32_t frameStart() const noexcept { return start_; }
+  std::uint32_t frameLength() const noexcept { return length_; }
+  std::uint8_t at(std::uint32_t offset) const noexcept { return ring_[offset % kBitBufferBytes]; }
+
+ private:
+  // Plain members, so that a zero-filled block is an empty buffer.
+  std::uint8_t ring_[kBitBufferBytes];
+  std::uint32_t write_;
+  std::uint32_t start_;
+  std::uint32_t length_;
+};
+
+class BitReader {
+ public:
+  // Reads the frame most recently loaded into `buffer`.
+  explicit BitReader(const BitBuffer& buffer) noexcept
+      : buffer_(&buffer), base_(buffer.frameStart() * 8u), bits_(buffer.frameLength() * 8u) {}
+
+  // Next n bits (0 <= n <= 32) as an unsigned number.
+  std::uint32_t Read(int n) noexcept;
+  std::uint32_t ReadBit() noexcept { return Read(1); }
+  void Skip(std::uint32_t n) noexcept;
+  // Skips to the next byte boundary of the frame.
+  void ByteAlign() noexcept { Skip((8u - (pos_ & 7u)) & 7u); }
+
+  std::uint32_t position() const noexcept { return pos_; }
+  std::uint32_t remaining() const noexcept { return bits_ - pos_; }
+  // True once a read or skip asked for bits past the end of the frame.
+  bool overrun() const noexcept { return overrun_; }
+
+ private:
+  const BitBuffer* buffer_;
+  std::uint32_t base_;  // bit offset of the frame within the ring
+  std::uint32_t bits_;  // frame length in bits
+  std::uint32_t pos_ = 0;
+  bool overrun_ = false;
+};
+
+}  // namespace tmx::aac

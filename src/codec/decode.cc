@@ -1,0 +1,21 @@
+// The decoding export.
+#include "api/file.h"
+#include "codec/codec.h"
+#include "container/format_handler.h"
+
+extern "C" {
+
+TMX_API std::int32_t TMXDecodePCMFrame(TMXFile* f, const std::uint8_t* encoded,
+                                       std::uint32_t encodedLength, std::int16_t* pcm,
+                                       std::uint32_t pcmCapacity, std::uint32_t* pcmLength) noexcept {
+  if (!f) return TMX_ERR_HANDLE;
+  if (!encoded || !pcm || !pcmLength) return TMX_ERR_ARGUMENT;
+  // The first decode after a seek starts the decoder afresh.
+  if (f->decoderResetPending) {
+    f->decoderResetPending = 0;
+    if (f->codecInstance) f->codec->ResetDecoder(f->codecInstance, encoded, 0, f->codec);
+  }
+  return f->formatHandler->DecodeFrame(f, encoded, encodedLength, pcm, pcmCapacity, pcmLength);
+}
+
+}  // extern "C"
