@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "codec/aac/decoder.h"
+#include "util/alloc.h"
 
 namespace {
 
@@ -53,6 +54,7 @@ void BM_AacDecodeStereo44k128k(benchmark::State& state) {
   }
   std::vector<std::int16_t> pcm(2048);
   std::size_t decoded = 0;
+  const std::uint64_t allocationsBefore = tmx::testing::AllocationCount();
   for (auto _ : state) {
     for (const Frame& f : frames) {
       tmx::aac::DecodeFrame(d, f.raw.data(), static_cast<std::uint32_t>(f.raw.size()), pcm.data(),
@@ -61,7 +63,9 @@ void BM_AacDecodeStereo44k128k(benchmark::State& state) {
     }
     decoded += frames.size();
   }
+  const std::uint64_t allocations = tmx::testing::AllocationCount() - allocationsBefore;
   tmx::aac::DestroyDecoder(&d);
+  state.counters["allocations_while_decoding"] = double(allocations);
   // Audio seconds per wall-clock second.
   state.counters["realtime_factor"] = benchmark::Counter(
       static_cast<double>(decoded) * 1024.0 / 44100.0, benchmark::Counter::kIsRate);

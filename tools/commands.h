@@ -6,6 +6,7 @@ namespace tmxtool {
 
 int Info(int argc, char** argv);
 int Extract(int argc, char** argv);
+int Decode(int argc, char** argv);
 int Position(int argc, char** argv);
 // Prints the usage text; returns 2.
 int Usage();

@@ -13,6 +13,7 @@ int Usage() {
                "usage: tmxtool info PROGRAMME\n"
                "       tmxtool mux INPUT.aac -o OUT.tmx [options]\n"
                "       tmxtool extract PROGRAMME -o OUT.aac\n"
+               "       tmxtool decode PROGRAMME -o OUT.wav\n"
                "       tmxtool position PROGRAMME [--set MS]\n");
   return 2;
 }
@@ -30,6 +31,7 @@ int main(int argc, char** argv) {
       {"info", tmxtool::Info},
       {"mux", Mux},
       {"extract", tmxtool::Extract},
+      {"decode", tmxtool::Decode},
       {"position", tmxtool::Position},
   };
   for (const Command& c : kCommands)
