@@ -905,16 +905,16 @@ std::int32_t WriteProgrammeFromAdts(TMXStream* adts, const SideTracks& side,
   return writer.Finish();
 }
 
-std::int32_t WriteProgramme(const ProgrammeSpec& spec, TMXStream* out) noexcept {
-  if (spec.frames.empty()) {
-    SpanStream adts(spec.adts);
-    return WriteProgrammeFromAdts(adts.stream(), spec.side, spec.options, out);
+std::int32_t WriteProgramme(const ProgrammeSpec& plan, TMXStream* out) noexcept {
+  if (plan.frames.empty()) {
+    SpanStream adts(plan.adts);
+    return WriteProgrammeFromAdts(adts.stream(), plan.side, plan.options, out);
   }
   AudioConfig config;
-  TMX_RETURN_IF_ERROR(ParseAudioSpecificConfig(spec.audioSpecificConfig, &config));
+  TMX_RETURN_IF_ERROR(ParseAudioSpecificConfig(plan.audioSpecificConfig, &config));
   ProgrammeWriter writer;
-  TMX_RETURN_IF_ERROR(writer.Begin(out, config, spec.side, spec.options));
-  for (const std::vector<std::uint8_t>& frame : spec.frames) {
+  TMX_RETURN_IF_ERROR(writer.Begin(out, config, plan.side, plan.options));
+  for (const std::vector<std::uint8_t>& frame : plan.frames) {
     TMX_RETURN_IF_ERROR(writer.AddFrame(frame));
   }
   return writer.Finish();

@@ -152,6 +152,6 @@ struct ProgrammeSpec {
 };
 
 // Writes a whole programme to `out` (opened for writing).
-std::int32_t WriteProgramme(const ProgrammeSpec& spec, TMXStream* out) noexcept;
+std::int32_t WriteProgramme(const ProgrammeSpec& plan, TMXStream* out) noexcept;
 
 }  // namespace tmx::writer

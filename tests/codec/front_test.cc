@@ -23,11 +23,11 @@ using test::MemoryStream;
 ByteVec Programme(const char* clip, writer::Brand brand = writer::Brand::kTmx) {
   std::ifstream in(std::string(TMX_TEST_DATA_DIR) + "/" + clip, std::ios::binary);
   const ByteVec adts(std::istreambuf_iterator<char>(in), {});
-  writer::ProgrammeSpec spec;
-  spec.adts = adts;
-  spec.options.brand = brand;
+  writer::ProgrammeSpec plan;
+  plan.adts = adts;
+  plan.options.brand = brand;
   MemoryStream out;
-  EXPECT_EQ(writer::WriteProgramme(spec, out.stream()), TMX_OK);
+  EXPECT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK);
   return out.data();
 }
 
@@ -146,13 +146,13 @@ TEST(DecodePcm, TheRateIndexOfTheConfigurationDecides) {
   for (auto [asc, expected] :
        {std::pair{std::uint16_t(0x1608), TMX_OK}, std::pair{std::uint16_t(0x1688), TMX_ERR_DECODER},
         std::pair{std::uint16_t(0x1788), TMX_ERR_DECODER}}) {
-    test::ProgrammeSpec spec;
-    spec.audioSpecificConfig = asc;
+    test::ProgrammeSpec plan;
+    plan.audioSpecificConfig = asc;
     test::TrackSpec audio;
     audio.samples = test::MakeFrames(30);
     audio.samplesPerChunk = 5;
-    spec.tracks.push_back(audio);
-    Open p(test::BuildProgramme(spec).bytes);
+    plan.tracks.push_back(audio);
+    Open p(test::BuildProgramme(plan).bytes);
     ByteVec frame = p.Next();
     std::int16_t pcm[4096];
     std::uint32_t n = 0;

@@ -69,12 +69,12 @@ TrackSpec Titles(std::uint32_t id, const std::vector<std::uint32_t>& startFrames
 
 // 32 kHz makes every frame exactly 32 ms.
 ProgrammeSpec Book(std::uint32_t frames = 16000) {
-  ProgrammeSpec spec;
-  spec.audioSpecificConfig = 0x1288;  // LC, 32 kHz, mono
-  spec.tracks.push_back(Audio(frames, 32000, 4));
-  spec.tracks[0].chap = {2};
-  spec.tracks.push_back(Titles(2, {0, 1875, 3750}, frames));
-  return spec;
+  ProgrammeSpec plan;
+  plan.audioSpecificConfig = 0x1288;  // LC, 32 kHz, mono
+  plan.tracks.push_back(Audio(frames, 32000, 4));
+  plan.tracks[0].chap = {2};
+  plan.tracks.push_back(Titles(2, {0, 1875, 3750}, frames));
+  return plan;
 }
 
 PositionRecord Record(const MemoryStream& m) {
@@ -145,9 +145,9 @@ TEST(Playback, ChaptersAndTheCurrentChapter) {
 }
 
 TEST(Playback, CurrentChapterNeedsChapters) {
-  auto spec = Book(100);
-  spec.tracks[0].chap.clear();
-  Player p(BuildProgramme(spec).bytes, nullptr);
+  auto plan = Book(100);
+  plan.tracks[0].chap.clear();
+  Player p(BuildProgramme(plan).bytes, nullptr);
   ASSERT_EQ(p.rc(), TMX_OK);
   std::uint32_t v = 9;
   EXPECT_EQ(TMXGetCurrentChapter(p.f(), &v), TMX_ERR_NOT_FOUND);
@@ -171,14 +171,14 @@ TEST(Playback, SeekBoundaries) {
 }
 
 TEST(Playback, ReadsToTheEndThenStartsAgain) {
-  auto spec = Book(40);
+  auto plan = Book(40);
   MemoryStream position;
-  Player p(BuildProgramme(spec).bytes, &position);
+  Player p(BuildProgramme(plan).bytes, &position);
   ASSERT_EQ(p.rc(), TMX_OK);
   ByteVec frame;
   for (std::uint32_t i = 0; i < 40; ++i) {
     ASSERT_EQ(p.Read(frame), TMX_OK) << i;
-    EXPECT_EQ(frame, spec.tracks[0].samples[i]);
+    EXPECT_EQ(frame, plan.tracks[0].samples[i]);
   }
   EXPECT_EQ(p.Read(frame), TMX_ERR_END);
   // The end wrote a finished record whose checksum leaves the flag out.
@@ -188,15 +188,15 @@ TEST(Playback, ReadsToTheEndThenStartsAgain) {
   EXPECT_EQ(r.finished, 1u);
   EXPECT_EQ(r.checksum, PositionChecksum(0, 0));
   ASSERT_EQ(p.Read(frame), TMX_OK);
-  EXPECT_EQ(frame, spec.tracks[0].samples[0]);
+  EXPECT_EQ(frame, plan.tracks[0].samples[0]);
 }
 
 TEST(Playback, AdtsHeadersAndSmallBuffers) {
   for (std::uint16_t asc : {0x1208, 0x1210, 0x1390, 0x1188, 0x1590}) {
-    auto spec = Book(10);
-    spec.audioSpecificConfig = asc;
-    spec.tracks[0].samples[0] = ByteVec(400, 0x5A);
-    Player p(BuildProgramme(spec).bytes, nullptr);
+    auto plan = Book(10);
+    plan.audioSpecificConfig = asc;
+    plan.tracks[0].samples[0] = ByteVec(400, 0x5A);
+    Player p(BuildProgramme(plan).bytes, nullptr);
     ASSERT_EQ(p.rc(), TMX_OK);
     TMXEnableADTSHeaders(p.f());
     ByteVec frame;
@@ -216,14 +216,14 @@ TEST(Playback, AdtsHeadersAndSmallBuffers) {
     EXPECT_EQ(ByteVec(frame.begin() + 7, frame.end()), ByteVec(400, 0x5A));
     TMXDisableADTSHeaders(p.f());
     ASSERT_EQ(p.Read(frame), TMX_OK);
-    EXPECT_EQ(frame, spec.tracks[0].samples[1]);
+    EXPECT_EQ(frame, plan.tracks[0].samples[1]);
   }
 }
 
 TEST(Playback, NextFrameInfoFiltersSideSamples) {
-  ProgrammeSpec spec = Book(40);
-  spec.tracks[1] = Titles(2, {0, 10, 25}, 40);
-  spec.tracks[0].chap = {2, 3};
+  ProgrammeSpec plan = Book(40);
+  plan.tracks[1] = Titles(2, {0, 10, 25}, 40);
+  plan.tracks[0].chap = {2, 3};
   TrackSpec pictures;
   pictures.id = 3;
   pictures.entry = "jpeg";
@@ -231,9 +231,9 @@ TEST(Playback, NextFrameInfoFiltersSideSamples) {
   pictures.timescale = 1000;
   pictures.samples = {ByteVec(50, 1), ByteVec(70, 2)};
   pictures.stts = {{1, 20 * 1024}, {1, 20 * 1024}};
-  spec.tracks.push_back(pictures);
+  plan.tracks.push_back(pictures);
   auto walk = [&](bool text, bool images) {
-    Player p(BuildProgramme(spec).bytes, nullptr);
+    Player p(BuildProgramme(plan).bytes, nullptr);
     EXPECT_EQ(p.rc(), TMX_OK);
     if (text) TMXEnableChapterText(p.f());
     if (images) TMXEnableChapterImages(p.f());
@@ -346,10 +346,10 @@ TEST(PositionFile, MissingFileIsCreatedOnTheFirstSave) {
 }
 
 TEST(PositionFile, PeriodicSavesFollowTheCountdown) {
-  ProgrammeSpec spec;
-  spec.tracks.push_back(Audio(2000, 22050, 4));
+  ProgrammeSpec plan;
+  plan.tracks.push_back(Audio(2000, 22050, 4));
   MemoryStream position;
-  Player p(BuildProgramme(spec).bytes, &position);
+  Player p(BuildProgramme(plan).bytes, &position);
   ASSERT_EQ(p.rc(), TMX_OK);
   ASSERT_EQ(p.f()->positionSaveInterval, 645);
   ByteVec frame;

@@ -48,7 +48,7 @@ ByteVec Mdhd(const TrackSpec& t) {
   return FullAtom("mdhd", t.version, 0, p);
 }
 
-ByteVec Esds(const ProgrammeSpec& spec) {
+ByteVec Esds(const ProgrammeSpec& plan) {
   ByteVec p;
   p.push_back(0x03);
   Put32(p, 0x80808022);
@@ -59,18 +59,18 @@ ByteVec Esds(const ProgrammeSpec& spec) {
   p.push_back(0x40);  // AAC
   p.push_back(0x15);  // audio stream
   p.insert(p.end(), 3, 0);
-  Put32(p, spec.maxBitrate);
-  Put32(p, spec.avgBitrate);
+  Put32(p, plan.maxBitrate);
+  Put32(p, plan.avgBitrate);
   p.push_back(0x05);
   Put32(p, 0x80808002);
-  Put16(p, spec.audioSpecificConfig);
+  Put16(p, plan.audioSpecificConfig);
   p.push_back(0x06);
   Put32(p, 0x80808001);
   p.push_back(0x02);
   return FullAtom("esds", 0, 0, p);
 }
 
-ByteVec SampleEntry(const ProgrammeSpec& spec, const std::string& type) {
+ByteVec SampleEntry(const ProgrammeSpec& plan, const std::string& type) {
   ByteVec p(6, 0);
   Put16(p, 1);  // data reference index
   if (type == "mp4a" || type == "tmvd") {
@@ -79,7 +79,7 @@ ByteVec SampleEntry(const ProgrammeSpec& spec, const std::string& type) {
     Put16(p, 16);
     Put32(p, 0);
     Put32(p, 22050u << 16);
-    if (spec.withEsds) Append(p, Esds(spec));
+    if (plan.withEsds) Append(p, Esds(plan));
   } else {
     p.insert(p.end(), 16, 0);
   }
@@ -116,12 +116,12 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> ChunksOf(const TrackSpec& t
   return chunks;
 }
 
-ByteVec Stbl(const ProgrammeSpec& spec, const TrackSpec& t,
+ByteVec Stbl(const ProgrammeSpec& plan, const TrackSpec& t,
              const std::vector<std::uint32_t>& offsets) {
   ByteVec stsd;
   Put32(stsd, t.pngFirst ? 2 : 1);
-  if (t.pngFirst) Append(stsd, SampleEntry(spec, "png "));
-  Append(stsd, SampleEntry(spec, t.entry));
+  if (t.pngFirst) Append(stsd, SampleEntry(plan, "png "));
+  Append(stsd, SampleEntry(plan, t.entry));
   ByteVec stts;
   auto sttsEntries = SttsOf(t);
   Put32(stts, std::uint32_t(sttsEntries.size()));
@@ -149,7 +149,7 @@ ByteVec Stbl(const ProgrammeSpec& spec, const TrackSpec& t,
                       FullAtom("stco", 0, 0, stco)});
 }
 
-ByteVec Trak(const ProgrammeSpec& spec, const TrackSpec& t,
+ByteVec Trak(const ProgrammeSpec& plan, const TrackSpec& t,
              const std::vector<std::uint32_t>& offsets) {
   ByteVec trak = Tkhd(t);
   if (!t.chap.empty()) {
@@ -164,23 +164,23 @@ ByteVec Trak(const ProgrammeSpec& spec, const TrackSpec& t,
   hdlr.insert(hdlr.end(), {'s', 'o', 'u', 'n'});
   hdlr.insert(hdlr.end(), 13, 0);
   Append(trak, Box("mdia",
-                   {Mdhd(t), FullAtom("hdlr", 0, 0, hdlr), Box("minf", {Stbl(spec, t, offsets)})}));
+                   {Mdhd(t), FullAtom("hdlr", 0, 0, hdlr), Box("minf", {Stbl(plan, t, offsets)})}));
   return Atom("trak", trak);
 }
 
-ByteVec Moov(const ProgrammeSpec& spec, const std::vector<std::vector<std::uint32_t>>& offsets) {
+ByteVec Moov(const ProgrammeSpec& plan, const std::vector<std::vector<std::uint32_t>>& offsets) {
   ByteVec mvhd;
-  PutWide(mvhd, spec.mvhdVersion, 1);
-  PutWide(mvhd, spec.mvhdVersion, 2);
+  PutWide(mvhd, plan.mvhdVersion, 1);
+  PutWide(mvhd, plan.mvhdVersion, 2);
   Put32(mvhd, 1000);
-  PutWide(mvhd, spec.mvhdVersion, 1000);
+  PutWide(mvhd, plan.mvhdVersion, 1000);
   mvhd.insert(mvhd.end(), 80, 0);
-  ByteVec moov = FullAtom("mvhd", spec.mvhdVersion, 0, mvhd);
-  for (std::size_t i = 0; i < spec.tracks.size(); ++i)
-    Append(moov, Trak(spec, spec.tracks[i], offsets[i]));
-  if (!spec.ilst.empty()) {
+  ByteVec moov = FullAtom("mvhd", plan.mvhdVersion, 0, mvhd);
+  for (std::size_t i = 0; i < plan.tracks.size(); ++i)
+    Append(moov, Trak(plan, plan.tracks[i], offsets[i]));
+  if (!plan.ilst.empty()) {
     ByteVec meta = {0, 0, 0, 0};
-    Append(meta, Atom("ilst", spec.ilst));
+    Append(meta, Atom("ilst", plan.ilst));
     Append(moov, Box("udta", {Atom("meta", meta)}));
   }
   return Atom("moov", moov);
@@ -232,41 +232,41 @@ ByteVec FullAtom(const std::string& type, std::uint8_t version, std::uint32_t fl
   return Atom(type, p);
 }
 
-Programme BuildProgramme(const ProgrammeSpec& spec) {
+Programme BuildProgramme(const ProgrammeSpec& plan) {
   Programme out;
   ByteVec ftyp;
-  ftyp.insert(ftyp.end(), spec.brand.begin(), spec.brand.end());
+  ftyp.insert(ftyp.end(), plan.brand.begin(), plan.brand.end());
   Put32(ftyp, 0x200);
   ftyp.insert(ftyp.end(), {'i', 's', 'o', 'm'});
   ByteVec ftypAtom = Atom("ftyp", ftyp);
-  std::copy(spec.ftypType.begin(), spec.ftypType.end(), ftypAtom.begin() + 4);
+  std::copy(plan.ftypType.begin(), plan.ftypType.end(), ftypAtom.begin() + 4);
 
   // Chunks of every track, ordered by start time in the audio timescale.
   struct Pending {
     std::uint32_t track, first, count, start;
   };
   std::vector<Pending> order;
-  for (std::uint32_t t = 0; t < spec.tracks.size(); ++t) {
-    for (auto [first, count] : ChunksOf(spec.tracks[t]))
-      order.push_back({t, first, count, StartTime(spec.tracks[t], first)});
+  for (std::uint32_t t = 0; t < plan.tracks.size(); ++t) {
+    for (auto [first, count] : ChunksOf(plan.tracks[t]))
+      order.push_back({t, first, count, StartTime(plan.tracks[t], first)});
   }
   std::stable_sort(order.begin(), order.end(), [](const Pending& a, const Pending& b) {
     return a.start != b.start ? a.start < b.start : a.track > b.track;
   });
 
-  std::vector<std::vector<std::uint32_t>> offsets(spec.tracks.size());
-  for (std::uint32_t t = 0; t < spec.tracks.size(); ++t)
-    offsets[t].assign(ChunksOf(spec.tracks[t]).size(), 0);
-  const auto moovSize = std::uint32_t(Moov(spec, offsets).size());
+  std::vector<std::vector<std::uint32_t>> offsets(plan.tracks.size());
+  for (std::uint32_t t = 0; t < plan.tracks.size(); ++t)
+    offsets[t].assign(ChunksOf(plan.tracks[t]).size(), 0);
+  const auto moovSize = std::uint32_t(Moov(plan, offsets).size());
   const auto mdatStart = std::uint32_t(ftypAtom.size()) + moovSize;
 
   ByteVec mdat;
-  std::vector<std::uint32_t> nextChunk(spec.tracks.size(), 0);
-  const std::uint32_t rate = spec.tracks.empty() ? 0 : spec.tracks[0].timescale;
+  std::vector<std::uint32_t> nextChunk(plan.tracks.size(), 0);
+  const std::uint32_t rate = plan.tracks.empty() ? 0 : plan.tracks[0].timescale;
   for (const Pending& p : order) {
-    const TrackSpec& t = spec.tracks[p.track];
+    const TrackSpec& t = plan.tracks[p.track];
     ChunkInfo info{p.track, p.first, 0, 0};
-    if (spec.chunkHeaders) {
+    if (plan.chunkHeaders) {
       info.headerPos = mdatStart + 8 + std::uint32_t(mdat.size());
       std::uint32_t total = 0;
       for (std::uint32_t i = 0; i < p.count; ++i)
@@ -287,7 +287,7 @@ Programme BuildProgramme(const ProgrammeSpec& spec) {
     out.chunks.push_back(info);
   }
   out.bytes = ftypAtom;
-  Append(out.bytes, Moov(spec, offsets));
+  Append(out.bytes, Moov(plan, offsets));
   Append(out.bytes, Atom("mdat", mdat));
   return out;
 }

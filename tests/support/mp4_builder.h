@@ -68,7 +68,7 @@ struct Programme {
 
 // Lays out ftyp, moov and mdat; chunks of all tracks are interleaved by
 // start time, each behind its chunk header when chunkHeaders is set.
-Programme BuildProgramme(const ProgrammeSpec& spec);
+Programme BuildProgramme(const ProgrammeSpec& plan);
 
 // Frames of `n` samples whose sizes and bytes vary with the index.
 std::vector<ByteVec> MakeFrames(std::uint32_t n, std::uint32_t baseSize = 100);

@@ -37,10 +37,10 @@ int RunCommand(const std::string& command, std::string* output) {
 bool HaveFfprobe() { return std::system("ffprobe -version >/dev/null 2>&1") == 0; }
 
 ProgrammeSpec FullSpec(const std::vector<std::uint8_t>& adts) {
-  ProgrammeSpec spec;
-  spec.adts = adts;
-  spec.side.chapters = {{0, "Erstes Kapitel"}, {1200, "Second"}, {2500, "Third"}};
-  spec.side.links = {{0, "Site", "https://example.org/book"}};
+  ProgrammeSpec plan;
+  plan.adts = adts;
+  plan.side.chapters = {{0, "Erstes Kapitel"}, {1200, "Second"}, {2500, "Third"}};
+  plan.side.links = {{0, "Site", "https://example.org/book"}};
   // A 1x1 baseline JPEG.
   const std::vector<std::uint8_t> jpeg = {
       0xFF, 0xD8, 0xFF, 0xDB, 0x00, 0x43, 0x00, 0x03, 0x02, 0x02, 0x02, 0x02, 0x02, 0x03, 0x02,
@@ -53,10 +53,10 @@ ProgrammeSpec FullSpec(const std::vector<std::uint8_t>& adts) {
       0x00, 0x09, 0xFF, 0xC4, 0x00, 0x14, 0x10, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
       0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xFF, 0xDA, 0x00, 0x08, 0x01,
       0x01, 0x00, 0x00, 0x3F, 0x00, 0x2A, 0x9F, 0xFF, 0xD9};
-  spec.side.pictures = {{0, 3, jpeg}, {0, 1, jpeg}};
-  spec.side.metadata = {TextItem(kItemTitle, "Title"), TextItem(kItemAuthor, "Author")};
-  spec.side.metadata.push_back({kItemCover, {{kDataJpeg, 0, jpeg}}});
-  return spec;
+  plan.side.pictures = {{0, 3, jpeg}, {0, 1, jpeg}};
+  plan.side.metadata = {TextItem(kItemTitle, "Title"), TextItem(kItemAuthor, "Author")};
+  plan.side.metadata.push_back({kItemCover, {{kDataJpeg, 0, jpeg}}});
+  return plan;
 }
 
 TEST(Interop, FfprobeFindsNoErrors) {
@@ -64,10 +64,10 @@ TEST(Interop, FfprobeFindsNoErrors) {
   tmx::test::TempDir dir;
   const std::vector<std::uint8_t> adts = ReadData("music_stereo_44100.aac");
   for (bool plain : {false, true}) {
-    ProgrammeSpec spec = FullSpec(adts);
-    spec.options.chunkHeaders = !plain;
-    spec.options.brand = plain ? Brand::kM4b : Brand::kTmx;
-    const std::vector<std::uint8_t> bytes = Write(spec);
+    ProgrammeSpec plan = FullSpec(adts);
+    plan.options.chunkHeaders = !plain;
+    plan.options.brand = plain ? Brand::kM4b : Brand::kTmx;
+    const std::vector<std::uint8_t> bytes = Write(plan);
     const std::filesystem::path path =
         dir.Write(plain ? "plain.m4b" : "book.tmx", std::string(bytes.begin(), bytes.end()));
     std::string errors;
@@ -80,11 +80,11 @@ TEST(Interop, FfprobeReadsChapterTitlesAndTimes) {
   if (!HaveFfprobe()) GTEST_SKIP() << "ffprobe is not installed";
   tmx::test::TempDir dir;
   const std::vector<std::uint8_t> adts = ReadData("music_stereo_44100.aac");
-  ProgrammeSpec spec = FullSpec(adts);
+  ProgrammeSpec plan = FullSpec(adts);
   // ffprobe takes every text track named by "chap" as chapters; without
   // the link track the chapter titles stand alone.
-  spec.side.links.clear();
-  const std::vector<std::uint8_t> bytes = Write(spec);
+  plan.side.links.clear();
+  const std::vector<std::uint8_t> bytes = Write(plan);
   const std::filesystem::path path = dir.Write("book.tmx", std::string(bytes.begin(), bytes.end()));
   std::string chapters;
   ASSERT_EQ(RunCommand("ffprobe -v error -show_entries chapter=start_time:chapter_tags=title "
@@ -98,9 +98,9 @@ TEST(Interop, FfprobeReadsChapterTitlesAndTimes) {
 
 TEST(Interop, TheLibraryOpensWrittenProgrammes) {
   const std::vector<std::uint8_t> adts = ReadData("speech_mono_22050.aac");
-  ProgrammeSpec spec = FullSpec(adts);
-  spec.options.framesPerChunk = 10;
-  MemoryStream in(Write(spec));
+  ProgrammeSpec plan = FullSpec(adts);
+  plan.options.framesPerChunk = 10;
+  MemoryStream in(Write(plan));
   TMXFile* file = nullptr;
   ASSERT_EQ(TMXOpenFile(&file, in.stream(), nullptr), 0);
   std::uint32_t value = 0;

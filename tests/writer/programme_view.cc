@@ -21,15 +21,15 @@ std::vector<std::vector<std::uint8_t>> MakeFrames(std::uint32_t count) {
 }
 
 ProgrammeSpec SpecWithFrames(std::uint32_t count) {
-  ProgrammeSpec spec;
-  spec.frames = MakeFrames(count);
-  spec.audioSpecificConfig = kAsc22050Stereo;
-  return spec;
+  ProgrammeSpec plan;
+  plan.frames = MakeFrames(count);
+  plan.audioSpecificConfig = kAsc22050Stereo;
+  return plan;
 }
 
-std::vector<std::uint8_t> Write(const ProgrammeSpec& spec) {
+std::vector<std::uint8_t> Write(const ProgrammeSpec& plan) {
   tmx::test::MemoryStream out;
-  EXPECT_EQ(WriteProgramme(spec, out.stream()), 0);
+  EXPECT_EQ(WriteProgramme(plan, out.stream()), 0);
   return out.data();
 }
 

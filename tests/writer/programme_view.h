@@ -62,7 +62,7 @@ class ProgrammeView {
 };
 
 // Writes a programme into memory; fails the test on a non-zero result.
-std::vector<std::uint8_t> Write(const ProgrammeSpec& spec);
+std::vector<std::uint8_t> Write(const ProgrammeSpec& plan);
 ProgrammeSpec SpecWithFrames(std::uint32_t count);
 
 }  // namespace tmx::writer::test

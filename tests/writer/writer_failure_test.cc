@@ -55,15 +55,15 @@ TEST(WriterErrors, RejectsInvalidInput) {
       {"no audio", [](ProgrammeSpec& s) { s.frames.clear(); }, TMX_ERR_INCONSISTENT},
   };
   for (const Case& c : cases) {
-    ProgrammeSpec spec = SpecWithFrames(10);
-    c.spoil(spec);
+    ProgrammeSpec plan = SpecWithFrames(10);
+    c.spoil(plan);
     MemoryStream out;
-    EXPECT_EQ(WriteProgramme(spec, out.stream()), c.expected) << c.what;
+    EXPECT_EQ(WriteProgramme(plan, out.stream()), c.expected) << c.what;
   }
 }
 
 TEST(WriterErrors, NeedsAWritableSeekableOutput) {
-  ProgrammeSpec spec = SpecWithFrames(10);
+  ProgrammeSpec plan = SpecWithFrames(10);
   for (bool noSeek : {false, true}) {
     MemoryStream out;
     if (noSeek) {
@@ -71,9 +71,9 @@ TEST(WriterErrors, NeedsAWritableSeekableOutput) {
     } else {
       out.ops().Write = nullptr;
     }
-    EXPECT_EQ(WriteProgramme(spec, out.stream()), TMX_ERR_STREAM_OPS);
+    EXPECT_EQ(WriteProgramme(plan, out.stream()), TMX_ERR_STREAM_OPS);
   }
-  EXPECT_EQ(WriteProgramme(spec, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(WriteProgramme(plan, nullptr), TMX_ERR_ARGUMENT);
 }
 
 TEST(WriterErrors, CallsOutOfOrderAndAfterFailureAreRefused) {
@@ -98,19 +98,19 @@ TEST(WriterErrors, CallsOutOfOrderAndAfterFailureAreRefused) {
 // A programme large enough that its output buffer is written several times
 // and its tables outgrow the spool's buffer.
 ProgrammeSpec LargeSpec() {
-  ProgrammeSpec spec = SpecWithFrames(9000);
-  spec.options.framesPerChunk = 4;
-  spec.side.chapters = {{0, "one"}, {60000, "two"}};
-  spec.side.pictures = {{0, 3, {0xFF, 0xD8, 0xFF, 0xD9}}};
-  spec.side.metadata = {TextItem(kItemTitle, "t")};
-  return spec;
+  ProgrammeSpec plan = SpecWithFrames(9000);
+  plan.options.framesPerChunk = 4;
+  plan.side.chapters = {{0, "one"}, {60000, "two"}};
+  plan.side.pictures = {{0, 3, {0xFF, 0xD8, 0xFF, 0xD9}}};
+  plan.side.metadata = {TextItem(kItemTitle, "t")};
+  return plan;
 }
 
 TEST(WriterErrors, EveryWriteFailureIsReported) {
-  const ProgrammeSpec spec = LargeSpec();
+  const ProgrammeSpec plan = LargeSpec();
   for (int k = 1;; ++k) {
     MemoryStream scratch;
-    ProgrammeSpec s = spec;
+    ProgrammeSpec s = plan;
     s.options.scratch = scratch.stream();
     MemoryStream out;
     out.fail_write(k);
@@ -125,26 +125,26 @@ TEST(WriterErrors, EveryWriteFailureIsReported) {
   for (int k : {1, 2}) {
     MemoryStream scratch;
     scratch.fail_write(k);
-    ProgrammeSpec s = spec;
+    ProgrammeSpec s = plan;
     s.options.scratch = scratch.stream();
     MemoryStream out;
     EXPECT_EQ(WriteProgramme(s, out.stream()), TMX_ERR_WRITE);
   }
   MemoryStream scratch;
   scratch.fail_read(1);
-  ProgrammeSpec s = spec;
+  ProgrammeSpec s = plan;
   s.options.scratch = scratch.stream();
   MemoryStream out;
   EXPECT_EQ(WriteProgramme(s, out.stream()), TMX_ERR_READ);
 }
 
 TEST(WriterErrors, EveryAllocationFailureGivesMemoryErrorAndLeaksNothing) {
-  const ProgrammeSpec spec = LargeSpec();
+  const ProgrammeSpec plan = LargeSpec();
   const std::int64_t live = tmx::testing::LiveAllocations();
   for (std::uint64_t k = 1;; ++k) {
     MemoryStream out;
     tmx::testing::FailAllocation(k);
-    const std::int32_t rc = WriteProgramme(spec, out.stream());
+    const std::int32_t rc = WriteProgramme(plan, out.stream());
     tmx::testing::FailAllocation(0);
     EXPECT_EQ(tmx::testing::LiveAllocations(), live) << "allocation " << k;
     if (rc == 0) {
@@ -156,11 +156,11 @@ TEST(WriterErrors, EveryAllocationFailureGivesMemoryErrorAndLeaksNothing) {
 }
 
 TEST(WriterStreaming, ScratchStreamAndTemporaryFileGiveTheSameFile) {
-  ProgrammeSpec spec = LargeSpec();
-  const std::vector<std::uint8_t> viaTemporaryFile = Write(spec);
+  ProgrammeSpec plan = LargeSpec();
+  const std::vector<std::uint8_t> viaTemporaryFile = Write(plan);
   MemoryStream scratch;
-  spec.options.scratch = scratch.stream();
-  EXPECT_EQ(Write(spec), viaTemporaryFile);
+  plan.options.scratch = scratch.stream();
+  EXPECT_EQ(Write(plan), viaTemporaryFile);
   EXPECT_GT(scratch.data().size(), 9000u * 4) << "the tables went to the scratch stream";
 }
 

@@ -54,10 +54,10 @@ TEST(WriterLayout, TopLevelAtomsAndBrands) {
   for (auto [brand, code] :
        {std::pair{Brand::kTmx, Fourcc("tmx ")}, std::pair{Brand::kM4b, Fourcc("m4b ")},
         std::pair{Brand::kMp4, Fourcc("mp42")}}) {
-    ProgrammeSpec spec = SpecWithFrames(30);
-    spec.options.brand = brand;
-    spec.options.minorVersion = 0x200;
-    ProgrammeView view(Write(spec));
+    ProgrammeSpec plan = SpecWithFrames(30);
+    plan.options.brand = brand;
+    plan.options.minorVersion = 0x200;
+    ProgrammeView view(Write(plan));
     const std::vector<Atom> top = view.TopLevel();
     ASSERT_EQ(top.size(), 3u);
     EXPECT_EQ(top[0].type, Fourcc("ftyp"));
@@ -72,9 +72,9 @@ TEST(WriterLayout, TopLevelAtomsAndBrands) {
 
 TEST(WriterLayout, AudioTrackTablesDescribeTheFrames) {
   // 47 frames in chunks of 10: four full chunks and one of 7.
-  ProgrammeSpec spec = SpecWithFrames(47);
-  spec.options.framesPerChunk = 10;
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithFrames(47);
+  plan.options.framesPerChunk = 10;
+  ProgrammeView view(Write(plan));
   const std::vector<Atom> tracks = view.Tracks();
   ASSERT_EQ(tracks.size(), 1u);
   const Atom& audio = tracks[0];
@@ -106,7 +106,7 @@ TEST(WriterLayout, AudioTrackTablesDescribeTheFrames) {
     std::uint32_t pos = offsets[c];
     for (std::uint32_t i = 0; i < n; ++i, ++frame) {
       EXPECT_EQ(view.U32(header + 28 + 4 * i), sizes[frame]);
-      EXPECT_EQ(view.Slice(pos, sizes[frame]), spec.frames[frame]) << "frame " << frame;
+      EXPECT_EQ(view.Slice(pos, sizes[frame]), plan.frames[frame]) << "frame " << frame;
       pos += sizes[frame];
     }
   }
@@ -114,8 +114,8 @@ TEST(WriterLayout, AudioTrackTablesDescribeTheFrames) {
 }
 
 TEST(WriterLayout, EsdsHasTheFixedDescriptorLayout) {
-  ProgrammeSpec spec = SpecWithFrames(50);
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithFrames(50);
+  ProgrammeView view(Write(plan));
   const Atom mp4a = view.Find(view.Tracks()[0], "mdia/minf/stbl/stsd/mp4a");
   EXPECT_EQ(view.U16(mp4a.payload() + 16), 2u) << "channel count";
   const Atom esds = view.Find(mp4a, "esds");
@@ -128,7 +128,7 @@ TEST(WriterLayout, EsdsHasTheFixedDescriptorLayout) {
   EXPECT_EQ(view.U8(p + 18), 0x15);
   std::uint32_t total = 0;
   std::uint32_t largest = 0;
-  for (const auto& f : spec.frames) {
+  for (const auto& f : plan.frames) {
     total += std::uint32_t(f.size());
     largest = std::max(largest, std::uint32_t(f.size()));
   }
@@ -142,19 +142,19 @@ TEST(WriterLayout, EsdsHasTheFixedDescriptorLayout) {
 }
 
 ProgrammeSpec SpecWithSideTracks() {
-  ProgrammeSpec spec = SpecWithFrames(100);  // 100 frames of 46 ms at 22050 Hz
-  spec.options.framesPerChunk = 8;
-  spec.side.chapters = {{0, "Start"}, {1000, "Zweites Kapitel"}, {3000, ""}};
-  spec.side.links = {{0, "Home", "http://example.org/"}, {2000, "Más", "x"}};
+  ProgrammeSpec plan = SpecWithFrames(100);  // 100 frames of 46 ms at 22050 Hz
+  plan.options.framesPerChunk = 8;
+  plan.side.chapters = {{0, "Start"}, {1000, "Zweites Kapitel"}, {3000, ""}};
+  plan.side.links = {{0, "Home", "http://example.org/"}, {2000, "Más", "x"}};
   const std::vector<std::uint8_t> jpegA = {0xFF, 0xD8, 0xFF, 0xD9};
   const std::vector<std::uint8_t> jpegB = {0xFF, 0xD8, 1, 2, 3, 0xFF, 0xD9};
-  spec.side.pictures = {{0, 1, jpegA}, {0, 3, jpegB}, {2500, 1, jpegB}, {2500, 3, jpegA}};
-  return spec;
+  plan.side.pictures = {{0, 1, jpegA}, {0, 3, jpegB}, {2500, 1, jpegB}, {2500, 3, jpegA}};
+  return plan;
 }
 
 TEST(WriterLayout, SideTracksAreNamedByChapAndTimedInAudioSamples) {
-  ProgrammeSpec spec = SpecWithSideTracks();
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithSideTracks();
+  ProgrammeView view(Write(plan));
   const std::vector<Atom> tracks = view.Tracks();
   ASSERT_EQ(tracks.size(), 5u);
   const Atom chap = view.Find(tracks[0], "tref/chap");
@@ -188,8 +188,8 @@ TEST(WriterLayout, SideTracksAreNamedByChapAndTimedInAudioSamples) {
 }
 
 TEST(WriterLayout, SideSamplesHaveTheirLayoutsAndChunkHeaders) {
-  ProgrammeSpec spec = SpecWithSideTracks();
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithSideTracks();
+  ProgrammeView view(Write(plan));
   const std::vector<Atom> tracks = view.Tracks();
 
   const std::vector<std::uint32_t> titles = view.ChunkOffsets(tracks[1]);
@@ -197,8 +197,8 @@ TEST(WriterLayout, SideSamplesHaveTheirLayoutsAndChunkHeaders) {
   // [length]["Zweites Kapitel"][encd box]
   const std::uint32_t t = titles[1];
   EXPECT_EQ(view.U16(t), 15u);
-  EXPECT_EQ(view.Slice(t + 2, 15), std::vector<std::uint8_t>(spec.side.chapters[1].title.begin(),
-                                                             spec.side.chapters[1].title.end()));
+  EXPECT_EQ(view.Slice(t + 2, 15), std::vector<std::uint8_t>(plan.side.chapters[1].title.begin(),
+                                                             plan.side.chapters[1].title.end()));
   EXPECT_EQ(view.U32(t + 17), 12u);
   EXPECT_EQ(view.U32(t + 21), Fourcc("encd"));
   // Its chunk header: one sample, index 1, the track's ID, time of frame 22.
@@ -232,13 +232,13 @@ TEST(WriterLayout, SideSamplesHaveTheirLayoutsAndChunkHeaders) {
   EXPECT_EQ(view.U32(l - 32 + 4), Fourcc("tx3g"));
 
   const std::uint32_t p = view.ChunkOffsets(tracks[4])[1];
-  EXPECT_EQ(view.Slice(p, 4), spec.side.pictures[3].jpeg);
+  EXPECT_EQ(view.Slice(p, 4), plan.side.pictures[3].jpeg);
   EXPECT_EQ(view.U32(p - 32 + 16), 5u);
 }
 
 TEST(WriterLayout, ChunksOfAllTracksRunInTimeOrder) {
-  ProgrammeSpec spec = SpecWithSideTracks();
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithSideTracks();
+  ProgrammeView view(Write(plan));
   const std::vector<ChunkHeader> chunks = ReadChunks(view);
   std::uint32_t audioChunks = 0;
   std::uint32_t sideChunks = 0;
@@ -261,10 +261,10 @@ TEST(WriterLayout, ChunksOfAllTracksRunInTimeOrder) {
 }
 
 TEST(WriterLayout, SideSamplesAfterTheLastChunkStartPrecedeIt) {
-  ProgrammeSpec spec = SpecWithFrames(20);
-  spec.options.framesPerChunk = 10;
-  spec.side.chapters = {{0, "a"}, {800, "b"}};  // frame 17, in the last chunk
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithFrames(20);
+  plan.options.framesPerChunk = 10;
+  plan.side.chapters = {{0, "a"}, {800, "b"}};  // frame 17, in the last chunk
+  ProgrammeView view(Write(plan));
   const std::vector<ChunkHeader> chunks = ReadChunks(view);
   ASSERT_EQ(chunks.size(), 4u);
   EXPECT_EQ(chunks[2].type, Fourcc("text"));
@@ -272,11 +272,11 @@ TEST(WriterLayout, SideSamplesAfterTheLastChunkStartPrecedeIt) {
 }
 
 TEST(WriterLayout, PlainFilesHaveNoChunkHeaders) {
-  ProgrammeSpec spec = SpecWithFrames(25);
-  spec.options.chunkHeaders = false;
-  spec.options.framesPerChunk = 10;
-  spec.side.chapters = {{0, "only"}};
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithFrames(25);
+  plan.options.chunkHeaders = false;
+  plan.options.framesPerChunk = 10;
+  plan.side.chapters = {{0, "only"}};
+  ProgrammeView view(Write(plan));
   const std::vector<Atom> tracks = view.Tracks();
   const Atom mdat = view.Find("mdat");
   // The title sample, then the frames back to back.
@@ -288,17 +288,17 @@ TEST(WriterLayout, PlainFilesHaveNoChunkHeaders) {
     if (i % 10 == 0) {
       EXPECT_EQ(offsets[i / 10], pos);
     }
-    EXPECT_EQ(view.Slice(pos, std::uint32_t(spec.frames[i].size())), spec.frames[i]);
-    pos += std::uint32_t(spec.frames[i].size());
+    EXPECT_EQ(view.Slice(pos, std::uint32_t(plan.frames[i].size())), plan.frames[i]);
+    pos += std::uint32_t(plan.frames[i].size());
   }
   EXPECT_EQ(pos, mdat.end());
 }
 
 TEST(WriterLayout, MetadataItemsHoldOneDataAtomPerVariant) {
-  ProgrammeSpec spec = SpecWithFrames(5);
-  spec.side.metadata = {TextItem(kItemTitle, "Title"), TextItem(kItemNarrator, "N")};
-  spec.side.metadata[0].variants.push_back({kDataUtf16, 0x656E0000, {0, 'T'}});
-  ProgrammeView view(Write(spec));
+  ProgrammeSpec plan = SpecWithFrames(5);
+  plan.side.metadata = {TextItem(kItemTitle, "Title"), TextItem(kItemNarrator, "N")};
+  plan.side.metadata[0].variants.push_back({kDataUtf16, 0x656E0000, {0, 'T'}});
+  ProgrammeView view(Write(plan));
   const Atom meta = view.Find("moov/udta/meta");
   EXPECT_EQ(view.U32(meta.payload()), 0u) << "version and flags";
   EXPECT_EQ(view.U32(view.Find(meta, "hdlr").payload() + 8), Fourcc("mdir"));

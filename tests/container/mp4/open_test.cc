@@ -11,9 +11,9 @@ namespace {
 using namespace tmx::test;
 
 ProgrammeSpec Basic(std::uint32_t frames = 20) {
-  ProgrammeSpec spec;
-  spec.tracks.push_back(AudioTrack(frames));
-  return spec;
+  ProgrammeSpec plan;
+  plan.tracks.push_back(AudioTrack(frames));
+  return plan;
 }
 
 TEST(Mp4Open, ReportsTheAudioProperties) {
@@ -44,34 +44,34 @@ TEST(Mp4Open, BrandsAndCapitalsChooseTheType) {
   for (auto [brand, type] :
        {std::pair{"m4b ", TMX_FILETYPE_M4B}, std::pair{"M4A ", TMX_FILETYPE_MP4},
         std::pair{"TMX ", TMX_FILETYPE_TMX}}) {
-    auto spec = Basic();
-    spec.brand = brand;
-    spec.ftypType = "FTYP";
-    OpenProgramme p(BuildProgramme(spec).bytes);
+    auto plan = Basic();
+    plan.brand = brand;
+    plan.ftypType = "FTYP";
+    OpenProgramme p(BuildProgramme(plan).bytes);
     ASSERT_EQ(p.rc(), TMX_OK) << brand;
     EXPECT_EQ(p.file()->fileType, std::uint32_t(type)) << brand;
   }
 }
 
 TEST(Mp4Open, VersionOneHeadersKeepTheLowHalves) {
-  auto spec = Basic();
-  spec.mvhdVersion = 1;
-  spec.tracks[0].version = 1;
-  spec.tracks[0].timescale = 44100;
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Basic();
+  plan.mvhdVersion = 1;
+  plan.tracks[0].version = 1;
+  plan.tracks[0].timescale = 44100;
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(p.file()->sampleRate, 44100u);
   EXPECT_EQ(p.state().audioTrack.trackId, 1u);
 }
 
 TEST(Mp4Open, TheAudioTrackMustBeFlaggedMain) {
-  auto spec = Basic();
-  spec.tracks[0].tkhdFlags = 0x0007;
-  EXPECT_EQ(OpenProgramme(BuildProgramme(spec).bytes).rc(), TMX_ERR_UNSUPPORTED);
+  auto plan = Basic();
+  plan.tracks[0].tkhdFlags = 0x0007;
+  EXPECT_EQ(OpenProgramme(BuildProgramme(plan).bytes).rc(), TMX_ERR_UNSUPPORTED);
   // "tmvd" is an audio entry as well.
-  spec = Basic();
-  spec.tracks[0].entry = "tmvd";
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  plan = Basic();
+  plan.tracks[0].entry = "tmvd";
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(p.file()->audioTrackType, FourCC("tmvd"));
 }
@@ -96,16 +96,16 @@ TEST(Mp4Open, StructuralFaultsAreRefused) {
 }
 
 TEST(Mp4Open, ChapterStartsAreSummedPerSttsEntry) {
-  auto spec = Basic(300);
-  spec.tracks[0].chap = {2};
+  auto plan = Basic(300);
+  plan.tracks[0].chap = {2};
   TrackSpec titles;
   titles.id = 2;
   titles.entry = "text";
   titles.tkhdFlags = 0;
   for (int i = 0; i < 5; ++i) titles.samples.push_back(TextSample("Chapter " + std::to_string(i)));
   titles.stts = {{3, 46080}, {2, 92160}};
-  spec.tracks.push_back(titles);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  plan.tracks.push_back(titles);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   ASSERT_EQ(p.file()->chapterCount, 5u);
   const std::uint32_t* starts = p.file()->chapterStartFrames;
@@ -115,26 +115,26 @@ TEST(Mp4Open, ChapterStartsAreSummedPerSttsEntry) {
 }
 
 TEST(Mp4Open, ChapterTracksComeOnlyFromChap) {
-  auto spec = Basic(40);
-  spec.tracks[0].chap = {2};
-  spec.tracks[0].trefOtherFirst = true;
-  spec.tracks.push_back(TitleTrack(2, {"a", "b"}, {0, 20}, 40));
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Basic(40);
+  plan.tracks[0].chap = {2};
+  plan.tracks[0].trefOtherFirst = true;
+  plan.tracks.push_back(TitleTrack(2, {"a", "b"}, {0, 20}, 40));
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(p.file()->chapterCount, 0u);
   EXPECT_FALSE(p.state().hasChapterTextTrack);
 
   // A track not named by "chap" is ignored too.
-  spec.tracks[0].trefOtherFirst = false;
-  spec.tracks[0].chap = {7};
-  OpenProgramme q(BuildProgramme(spec).bytes);
+  plan.tracks[0].trefOtherFirst = false;
+  plan.tracks[0].chap = {7};
+  OpenProgramme q(BuildProgramme(plan).bytes);
   ASSERT_EQ(q.rc(), TMX_OK);
   EXPECT_EQ(q.file()->chapterCount, 0u);
 }
 
 TEST(Mp4Open, LinksAndPictures) {
-  auto spec = Basic(40);
-  spec.tracks[0].chap = {2, 3};
+  auto plan = Basic(40);
+  plan.tracks[0].chap = {2, 3};
   TrackSpec links;
   links.id = 2;
   links.entry = "tx3g";
@@ -148,9 +148,9 @@ TEST(Mp4Open, LinksAndPictures) {
   images.pngFirst = true;
   images.samples = {ByteVec(30, 1), ByteVec(40, 2), ByteVec(50, 3)};
   images.stts = {{3, 1024}};
-  spec.tracks.push_back(links);
-  spec.tracks.push_back(images);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  plan.tracks.push_back(links);
+  plan.tracks.push_back(images);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(p.file()->linkCount, 2u);
   // The "png " entry before "jpeg": one sample is no image, and flag 0x10.
@@ -160,8 +160,8 @@ TEST(Mp4Open, LinksAndPictures) {
 }
 
 TEST(Mp4Open, ImageRenditionsOfOneGroupPutTheMainTrackFirst) {
-  auto spec = Basic(10);
-  spec.tracks[0].chap = {3};
+  auto plan = Basic(10);
+  plan.tracks[0].chap = {3};
   auto image = [](std::uint32_t id, std::uint32_t flags, std::uint16_t quality) {
     TrackSpec t;
     t.id = id;
@@ -172,10 +172,10 @@ TEST(Mp4Open, ImageRenditionsOfOneGroupPutTheMainTrackFirst) {
     t.samples = {ByteVec(20, std::uint8_t(id))};
     return t;
   };
-  spec.tracks.push_back(image(2, 0, 0x40));
-  spec.tracks.push_back(image(3, 0, 0x80));
-  spec.tracks.push_back(image(4, 0x1000, 0xC0));
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  plan.tracks.push_back(image(2, 0, 0x40));
+  plan.tracks.push_back(image(3, 0, 0x80));
+  plan.tracks.push_back(image(4, 0x1000, 0xC0));
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   ASSERT_EQ(p.state().imageTrackCount, 3u);
   const TrackRecord* t = p.state().imageTracks;
@@ -188,9 +188,9 @@ TEST(Mp4Open, ImageRenditionsOfOneGroupPutTheMainTrackFirst) {
 }
 
 TEST(Mp4Open, RecordsTheMetadataList) {
-  auto spec = Basic();
-  spec.ilst = Atom("\xA9nam", Atom("data", ByteVec(12)));
-  auto built = BuildProgramme(spec).bytes;
+  auto plan = Basic();
+  plan.ilst = Atom("\xA9nam", Atom("data", ByteVec(12)));
+  auto built = BuildProgramme(plan).bytes;
   OpenProgramme p(built);
   ASSERT_EQ(p.rc(), TMX_OK);
   const std::uint32_t pos = p.state().metadataListPos;
@@ -199,16 +199,16 @@ TEST(Mp4Open, RecordsTheMetadataList) {
 }
 
 TEST(Mp4Open, AllocationFailureAtEveryAllocation) {
-  auto spec = Basic(40);
-  spec.tracks[0].chap = {2, 3};
-  spec.tracks.push_back(TitleTrack(2, {"a", "b"}, {0, 20}, 40));
+  auto plan = Basic(40);
+  plan.tracks[0].chap = {2, 3};
+  plan.tracks.push_back(TitleTrack(2, {"a", "b"}, {0, 20}, 40));
   TrackSpec images;
   images.id = 3;
   images.entry = "jpeg";
   images.alternateGroup = 1;
   images.samples = {ByteVec(10)};
-  spec.tracks.push_back(images);
-  const auto bytes = BuildProgramme(spec).bytes;
+  plan.tracks.push_back(images);
+  const auto bytes = BuildProgramme(plan).bytes;
   const std::int64_t live = testing::LiveAllocations();
   bool opened = false;
   for (std::uint64_t k = 1; k < 40; ++k) {

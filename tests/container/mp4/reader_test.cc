@@ -20,45 +20,45 @@ std::vector<ByteVec> ReadAll(OpenProgramme& p, std::int32_t* last = nullptr) {
 }
 
 ProgrammeSpec Interleaved(std::uint32_t frames) {
-  ProgrammeSpec spec;
-  spec.tracks.push_back(AudioTrack(frames, 5));
-  spec.tracks[0].chap = {2, 3};
-  spec.tracks.push_back(TitleTrack(2, {"One", "Two", "Three"}, {0, 10, 25}, frames));
+  ProgrammeSpec plan;
+  plan.tracks.push_back(AudioTrack(frames, 5));
+  plan.tracks[0].chap = {2, 3};
+  plan.tracks.push_back(TitleTrack(2, {"One", "Two", "Three"}, {0, 10, 25}, frames));
   TrackSpec images;
   images.id = 3;
   images.entry = "jpeg";
   images.tkhdFlags = 0x1000;
   images.samples = {ByteVec(64, 0xD8), ByteVec(80, 0xD9)};
   images.stts = {{1, 12 * 1024}, {1, (frames - 12) * 1024}};
-  spec.tracks.push_back(images);
-  return spec;
+  plan.tracks.push_back(images);
+  return plan;
 }
 
 TEST(Mp4Reader, DeliversEveryFrameThroughTheChunkHeaders) {
-  auto spec = Interleaved(40);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(40);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
   std::int32_t last = 0;
   auto frames = ReadAll(p, &last);
   EXPECT_EQ(last, TMX_ERR_END);
-  EXPECT_EQ(frames, spec.tracks[0].samples);
+  EXPECT_EQ(frames, plan.tracks[0].samples);
 }
 
 TEST(Mp4Reader, FirstReadAfterOpenFallsBackToTheTables) {
-  auto spec = Interleaved(23);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(23);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(ReadAll(p), spec.tracks[0].samples);
+  EXPECT_EQ(ReadAll(p), plan.tracks[0].samples);
 }
 
 TEST(Mp4Reader, AdtsHeadersPrefixEachFrame) {
-  auto spec = Interleaved(12);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(12);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXEnableADTSHeaders(p.file());
   ByteVec frame;
-  const std::uint32_t size = std::uint32_t(spec.tracks[0].samples[0].size());
+  const std::uint32_t size = std::uint32_t(plan.tracks[0].samples[0].size());
   // Exactly one byte short: refused, and the frame stays current.
   EXPECT_EQ(p.Read(frame, size + 6), TMX_ERR_BUFFER);
   ASSERT_EQ(p.Read(frame, size + 7), TMX_OK);
@@ -66,13 +66,13 @@ TEST(Mp4Reader, AdtsHeadersPrefixEachFrame) {
   std::uint8_t header[7];
   WriteAdtsHeader(p.state().adtsTemplate, size + 7, header);
   EXPECT_EQ(ByteVec(frame.begin(), frame.begin() + 7), ByteVec(header, header + 7));
-  EXPECT_EQ(ByteVec(frame.begin() + 7, frame.end()), spec.tracks[0].samples[0]);
+  EXPECT_EQ(ByteVec(frame.begin() + 7, frame.end()), plan.tracks[0].samples[0]);
   EXPECT_EQ(p.file()->currentFrame, 1u);
 }
 
 TEST(Mp4Reader, SeekPlacesTheNextFrame) {
-  auto spec = Interleaved(40);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(40);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   for (std::uint32_t target : {0u, 1u, 4u, 5u, 17u, 34u}) {
     ASSERT_EQ(p.handler().SeekToFrame(p.file(), target), TMX_OK) << target;
@@ -80,9 +80,9 @@ TEST(Mp4Reader, SeekPlacesTheNextFrame) {
     EXPECT_EQ(p.file()->currentFrameInfo.index, target);
     ByteVec frame;
     ASSERT_EQ(p.Read(frame), TMX_OK);
-    EXPECT_EQ(frame, spec.tracks[0].samples[target]) << target;
+    EXPECT_EQ(frame, plan.tracks[0].samples[target]) << target;
     ASSERT_EQ(p.Read(frame), TMX_OK);
-    EXPECT_EQ(frame, spec.tracks[0].samples[target + 1]) << target;
+    EXPECT_EQ(frame, plan.tracks[0].samples[target + 1]) << target;
   }
   // Samples of the very last chunk are beyond what the tables seek to.
   EXPECT_EQ(p.handler().SeekToFrame(p.file(), 35), TMX_ERR_SEEK_RANGE);
@@ -90,24 +90,24 @@ TEST(Mp4Reader, SeekPlacesTheNextFrame) {
 }
 
 TEST(Mp4Reader, SeekWalksSeveralStscRuns) {
-  ProgrammeSpec spec;
-  spec.tracks.push_back(AudioTrack(30));
-  spec.tracks[0].stsc = {{1, 2}, {3, 5}, {5, 1}};  // chunks of 2, 2, 5, 5, then 1s
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  ProgrammeSpec plan;
+  plan.tracks.push_back(AudioTrack(30));
+  plan.tracks[0].stsc = {{1, 2}, {3, 5}, {5, 1}};  // chunks of 2, 2, 5, 5, then 1s
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   for (std::uint32_t target : {0u, 3u, 4u, 13u, 14u, 20u, 28u}) {
     ASSERT_EQ(p.handler().SeekToFrame(p.file(), target), TMX_OK) << target;
     ByteVec frame;
     ASSERT_EQ(p.Read(frame), TMX_OK);
-    EXPECT_EQ(frame, spec.tracks[0].samples[target]) << target;
+    EXPECT_EQ(frame, plan.tracks[0].samples[target]) << target;
   }
   EXPECT_EQ(p.handler().SeekToFrame(p.file(), 29), TMX_ERR_SEEK_RANGE);
 }
 
 TEST(Mp4Reader, OneRunOfTenInFiveChunks) {
-  ProgrammeSpec spec;
-  spec.tracks.push_back(AudioTrack(50, 10));
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  ProgrammeSpec plan;
+  plan.tracks.push_back(AudioTrack(50, 10));
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(p.handler().SeekToFrame(p.file(), 39), TMX_OK);
   EXPECT_EQ(p.state().chunkIndex, 3u);
@@ -115,20 +115,20 @@ TEST(Mp4Reader, OneRunOfTenInFiveChunks) {
 }
 
 TEST(Mp4Reader, WithoutChunkHeadersTheTablesPlaceEveryChunkButTheLast) {
-  auto spec = Interleaved(40);
-  spec.chunkHeaders = false;
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(40);
+  plan.chunkHeaders = false;
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   std::int32_t last = 0;
   auto frames = ReadAll(p, &last);
   ASSERT_EQ(frames.size(), 35u);
   EXPECT_EQ(last, TMX_ERR_SEEK_RANGE);
-  EXPECT_TRUE(std::equal(frames.begin(), frames.end(), spec.tracks[0].samples.begin()));
+  EXPECT_TRUE(std::equal(frames.begin(), frames.end(), plan.tracks[0].samples.begin()));
 }
 
 TEST(Mp4Reader, CorruptChunkHeadersFallBackToTheTables) {
-  auto spec = Interleaved(20);
-  auto built = BuildProgramme(spec);
+  auto plan = Interleaved(20);
+  auto built = BuildProgramme(plan);
   // Damage the size word of the second audio chunk's header, then the total
   // of the third: both are caught, and the tables still find the frames.
   std::vector<std::uint32_t> audioHeaders;
@@ -138,13 +138,13 @@ TEST(Mp4Reader, CorruptChunkHeadersFallBackToTheTables) {
   built.bytes[audioHeaders[2] + 23] ^= 1;
   OpenProgramme p(built.bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(ReadAll(p), spec.tracks[0].samples);
+  EXPECT_EQ(ReadAll(p), plan.tracks[0].samples);
 }
 
 TEST(Mp4Reader, ChunksOfUnknownTracksAreSteppedOver) {
-  auto spec = Interleaved(20);
-  spec.tracks[0].chap = {2};  // the picture track is no longer known
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(20);
+  plan.tracks[0].chap = {2};  // the picture track is no longer known
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
   // Walk every sample in storage order; the pictures show as type 0.
@@ -153,12 +153,12 @@ TEST(Mp4Reader, ChunksOfUnknownTracksAreSteppedOver) {
     types.push_back(p.file()->currentFrameInfo.type);
   EXPECT_NE(std::find(types.begin(), types.end(), 0u), types.end());
   ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
-  EXPECT_EQ(ReadAll(p), spec.tracks[0].samples);
+  EXPECT_EQ(ReadAll(p), plan.tracks[0].samples);
 }
 
 TEST(Mp4Reader, AdvanceVisitsSidesamplesInStorageOrder) {
-  auto spec = Interleaved(30);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(30);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
   std::vector<std::pair<std::uint32_t, std::uint32_t>> seen;  // type, index
@@ -183,8 +183,8 @@ TEST(Mp4Reader, AdvanceVisitsSidesamplesInStorageOrder) {
 }
 
 TEST(Mp4Reader, DescribesChapterTextAndPictures) {
-  auto spec = Interleaved(30);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(30);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXFrameInfo info{};
   ASSERT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("text"), 1, &info), TMX_OK);
@@ -212,9 +212,9 @@ TEST(Mp4Reader, DescribesChapterTextAndPictures) {
 }
 
 TEST(Mp4Reader, ImageQualityChoosesTheRendition) {
-  ProgrammeSpec spec;
-  spec.tracks.push_back(AudioTrack(10));
-  spec.tracks[0].chap = {2};
+  ProgrammeSpec plan;
+  plan.tracks.push_back(AudioTrack(10));
+  plan.tracks[0].chap = {2};
   auto image = [](std::uint32_t id, std::uint32_t flags, std::uint16_t quality, std::size_t size) {
     TrackSpec t;
     t.id = id;
@@ -225,10 +225,10 @@ TEST(Mp4Reader, ImageQualityChoosesTheRendition) {
     t.samples = {ByteVec(size, 1)};
     return t;
   };
-  spec.tracks.push_back(image(2, 0x1000, 0xC0, 300));
-  spec.tracks.push_back(image(3, 0, 0x80, 200));
-  spec.tracks.push_back(image(4, 0, 0x40, 100));
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  plan.tracks.push_back(image(2, 0x1000, 0xC0, 300));
+  plan.tracks.push_back(image(3, 0, 0x80, 200));
+  plan.tracks.push_back(image(4, 0, 0x40, 100));
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   auto sizeAt = [&](std::uint32_t quality) -> std::int64_t {
     TMXSetImageQuality(p.file(), quality);
@@ -244,9 +244,9 @@ TEST(Mp4Reader, ImageQualityChoosesTheRendition) {
 }
 
 TEST(Mp4Reader, APassedOverLastRenditionIsReturnedItself) {
-  ProgrammeSpec spec;
-  spec.tracks.push_back(AudioTrack(10));
-  spec.tracks[0].chap = {2};
+  ProgrammeSpec plan;
+  plan.tracks.push_back(AudioTrack(10));
+  plan.tracks[0].chap = {2};
   for (auto [id, quality, size] : {std::tuple{2u, 0x40, 100}, std::tuple{3u, 0xC0, 300}}) {
     TrackSpec t;
     t.id = id;
@@ -255,9 +255,9 @@ TEST(Mp4Reader, APassedOverLastRenditionIsReturnedItself) {
     t.alternateGroup = 1;
     t.qualityField = std::uint16_t(quality);
     t.samples = {ByteVec(std::size_t(size), 1)};
-    spec.tracks.push_back(t);
+    plan.tracks.push_back(t);
   }
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXSetImageQuality(p.file(), 1);
   TMXFrameInfo info{};
@@ -266,9 +266,9 @@ TEST(Mp4Reader, APassedOverLastRenditionIsReturnedItself) {
 }
 
 TEST(Mp4Reader, DecodingWithoutACodecIsRefused) {
-  auto spec = Interleaved(10);
-  spec.brand = "m4b ";
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(10);
+  plan.brand = "m4b ";
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   std::int16_t pcm[4096];
   std::uint32_t length = 0;
@@ -279,9 +279,9 @@ TEST(Mp4Reader, DecodingWithoutACodecIsRefused) {
 
 TEST(Mp4Reader, ReadsNeverLeaveTheBuffer) {
   // Frames larger than any buffer given are refused, not copied.
-  auto spec = Interleaved(10);
-  spec.tracks[0].samples[0] = ByteVec(5000, 9);
-  OpenProgramme p(BuildProgramme(spec).bytes);
+  auto plan = Interleaved(10);
+  plan.tracks[0].samples[0] = ByteVec(5000, 9);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   ByteVec frame;
   EXPECT_EQ(p.Read(frame, 4999), TMX_ERR_BUFFER);

@@ -48,13 +48,13 @@ Written Write(const std::string& name, bool chunkHeaders,
   Written w;
   const Bytes input = ReadFile(name);
   w.adts = SplitAdts(input);
-  writer::ProgrammeSpec spec;
-  spec.adts = input;
-  spec.side.chapters = chapters;
-  spec.options.framesPerChunk = 7;
-  spec.options.chunkHeaders = chunkHeaders;
+  writer::ProgrammeSpec plan;
+  plan.adts = input;
+  plan.side.chapters = chapters;
+  plan.options.framesPerChunk = 7;
+  plan.options.chunkHeaders = chunkHeaders;
   MemoryStream out;
-  EXPECT_EQ(writer::WriteProgramme(spec, out.stream()), TMX_OK) << name;
+  EXPECT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK) << name;
   w.bytes = out.data();
   return w;
 }
