@@ -153,6 +153,7 @@ struct ProgrammeWriter::State {
   std::uint64_t frames = 0;
   std::uint32_t chunks = 0;
   std::uint32_t lastChunkFrames = 0;
+  std::uint32_t penultimateChunkFrames = 0;  // 0 when it holds framesPerChunk
   std::uint64_t audioBytes = 0;
   std::uint32_t largestFrame = 0;
 
@@ -169,6 +170,8 @@ struct ProgrammeWriter::State {
   std::int32_t Begin(TMXStream* stream);
   std::int32_t Add(std::span<const std::uint8_t> frame);
   std::int32_t Finish();
+  std::int32_t SplitOffLastFrame();
+  std::uint32_t FramesInChunk(std::uint32_t c) const;
 
   // Media data.
   void AddSideTrack(SideKind kind, std::uint32_t entryType, std::uint32_t quality,
@@ -420,8 +423,38 @@ std::int32_t ProgrammeWriter::State::WriteChunk(bool last) {
   return out.status();
 }
 
+// Writes all pending frames but the last as a chunk of their own and keeps
+// the last one pending.
+std::int32_t ProgrammeWriter::State::SplitOffLastFrame() {
+  const std::uint32_t lastSize = chunkSizes.get()[chunkFrames - 1];
+  const std::size_t lastAt = chunkUsed - lastSize;
+  --chunkFrames;
+  chunkUsed = lastAt;
+  --frames;
+  const std::int32_t rc = WriteChunk(false);
+  ++frames;
+  TMX_RETURN_IF_ERROR(rc);
+  if (lastChunkFrames != options.framesPerChunk) penultimateChunkFrames = lastChunkFrames;
+  std::memmove(chunk.get(), chunk.get() + lastAt, lastSize);
+  chunkSizes.get()[0] = lastSize;
+  chunkFrames = 1;
+  chunkUsed = lastSize;
+  return TMX_OK;
+}
+
+std::uint32_t ProgrammeWriter::State::FramesInChunk(std::uint32_t c) const {
+  if (c + 1 == chunks) return lastChunkFrames;
+  if (c + 2 == chunks && penultimateChunkFrames != 0) return penultimateChunkFrames;
+  return options.framesPerChunk;
+}
+
 std::int32_t ProgrammeWriter::State::Finish() {
   if (frames == 0) return TMX_ERR_INCONSISTENT;
+  // Readers that place a chunk through the tables reach the frames of the
+  // last chunk only by reading on, so the audio ends with a chunk of one
+  // frame: every other frame can be sought, and a short programme still has
+  // a first chunk to start playing from.
+  if (chunkFrames > 1) TMX_RETURN_IF_ERROR(SplitOffLastFrame());
   TMX_RETURN_IF_ERROR(WriteChunk(true));
   out.PatchU32(mdatStart, out.position() - mdatStart);
   WriteMovie();
@@ -615,22 +648,23 @@ void ProgrammeWriter::State::WriteAudioTables() {
   out.U32(kSamplesPerFrame);
   out.EndAtom(stts);
 
+  // One "stsc" run per change of the frames a chunk holds (at most three:
+  // the full chunks, a shorter one, the single-frame end).
   const std::uint32_t stsc = out.FullAtom(FourCC("stsc"), 0, 0);
-  const std::uint32_t perChunk = chunks == 1 ? lastChunkFrames : options.framesPerChunk;
-  const bool shortLast = chunks > 1 && lastChunkFrames != perChunk;
-  out.U32(shortLast ? 2 : 1);
-  out.U32(1);
-  out.U32(perChunk);
-  out.U32(1);
-  if (shortLast) {
-    out.U32(chunks);
-    out.U32(lastChunkFrames);
+  std::uint32_t runs = 0;
+  for (std::uint32_t c = 0; c < chunks; ++c)
+    if (c == 0 || FramesInChunk(c) != FramesInChunk(c - 1)) ++runs;
+  out.U32(runs);
+  for (std::uint32_t c = 0; c < chunks; ++c) {
+    if (c != 0 && FramesInChunk(c) == FramesInChunk(c - 1)) continue;
+    out.U32(c + 1);
+    out.U32(FramesInChunk(c));
     out.U32(1);
   }
   out.EndAtom(stsc);
 
   // Both tables come from the spool, one pass each.
-  auto framesIn = [&](std::uint32_t c) { return c + 1 == chunks ? lastChunkFrames : perChunk; };
+  auto framesIn = [&](std::uint32_t c) { return FramesInChunk(c); };
   std::uint32_t value = 0;
   const std::uint32_t stsz = out.FullAtom(FourCC("stsz"), 0, 0);
   out.U32(0);  // sizes differ

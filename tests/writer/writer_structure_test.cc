@@ -85,22 +85,24 @@ TEST(WriterLayout, AudioTrackTablesDescribeTheFrames) {
   EXPECT_EQ(view.U32(view.Find(audio, "mdia/hdlr").payload() + 8), Fourcc("soun"));
   EXPECT_EQ(view.SampleEntryType(audio), Fourcc("mp4a"));
   EXPECT_EQ(view.Entries(audio, "stts", 2), (std::vector<std::uint32_t>{47, 1024}));
-  EXPECT_EQ(view.Entries(audio, "stsc", 3), (std::vector<std::uint32_t>{1, 10, 1, 5, 7, 1}));
+  // Four full chunks, the rest but one frame, then a chunk of the last frame.
+  EXPECT_EQ(view.Entries(audio, "stsc", 3),
+            (std::vector<std::uint32_t>{1, 10, 1, 5, 6, 1, 6, 1, 1}));
 
   const std::vector<std::uint32_t> sizes = view.SampleSizes(audio);
   ASSERT_EQ(sizes.size(), 47u);
   const std::vector<std::uint32_t> offsets = view.ChunkOffsets(audio);
-  ASSERT_EQ(offsets.size(), 5u);
+  ASSERT_EQ(offsets.size(), 6u);
   // Every chunk offset points just behind a chunk header, and the samples
   // found through the tables are the frames given.
   std::uint32_t frame = 0;
   for (std::uint32_t c = 0; c < offsets.size(); ++c) {
-    const std::uint32_t n = c < 4 ? 10 : 7;
+    const std::uint32_t n = c < 4 ? 10 : c == 4 ? 6 : 1;
     const std::uint32_t header = offsets[c] - (n + 7) * 4;
     EXPECT_EQ(view.U32(header), (n + 7) * 4);
     EXPECT_EQ(view.U32(header + 4), Fourcc("mp4a"));
-    EXPECT_EQ(view.U32(header + 8), c * 10 * 40960 / 882) << "start ms of frame " << c * 10;
-    EXPECT_EQ(view.U32(header + 12), c * 10);
+    EXPECT_EQ(view.U32(header + 8), frame * 40960 / 882) << "start ms of frame " << frame;
+    EXPECT_EQ(view.U32(header + 12), frame);
     EXPECT_EQ(view.U32(header + 16), 1u);
     EXPECT_EQ(view.U32(header + 24), n);
     std::uint32_t pos = offsets[c];
@@ -247,14 +249,14 @@ TEST(WriterLayout, ChunksOfAllTracksRunInTimeOrder) {
     EXPECT_GE(c.startMs, lastStart) << "chunk at " << c.pos;
     lastStart = c.startMs;
     if (c.type == Fourcc("mp4a")) {
-      EXPECT_EQ(c.firstSample, audioChunks * 8);
+      EXPECT_EQ(c.firstSample, audioChunks < 13 ? audioChunks * 8 : 99u);
       ++audioChunks;
     } else {
       ++sideChunks;
       EXPECT_EQ(c.count, 1u);
     }
   }
-  EXPECT_EQ(audioChunks, 13u);
+  EXPECT_EQ(audioChunks, 14u);
   EXPECT_EQ(sideChunks, 3u + 2 + 4);
   EXPECT_EQ(chunks.front().type, Fourcc("text")) << "side samples at 0 precede the audio";
   EXPECT_EQ(chunks.back().type, Fourcc("mp4a"));
@@ -263,12 +265,13 @@ TEST(WriterLayout, ChunksOfAllTracksRunInTimeOrder) {
 TEST(WriterLayout, SideSamplesAfterTheLastChunkStartPrecedeIt) {
   ProgrammeSpec plan = SpecWithFrames(20);
   plan.options.framesPerChunk = 10;
-  plan.side.chapters = {{0, "a"}, {800, "b"}};  // frame 17, in the last chunk
+  plan.side.chapters = {{0, "a"}, {800, "b"}};  // frame 17, after the last chunk's start
   ProgrammeView view(Write(plan));
   const std::vector<ChunkHeader> chunks = ReadChunks(view);
-  ASSERT_EQ(chunks.size(), 4u);
-  EXPECT_EQ(chunks[2].type, Fourcc("text"));
-  EXPECT_EQ(chunks[3].type, Fourcc("mp4a"));
+  ASSERT_EQ(chunks.size(), 5u);  // a, frames 0-9, frames 10-18, b, frame 19
+  EXPECT_EQ(chunks[3].type, Fourcc("text"));
+  EXPECT_EQ(chunks[4].type, Fourcc("mp4a"));
+  EXPECT_EQ(chunks[4].firstSample, 19u);
 }
 
 TEST(WriterLayout, PlainFilesHaveNoChunkHeaders) {
@@ -283,10 +286,11 @@ TEST(WriterLayout, PlainFilesHaveNoChunkHeaders) {
   EXPECT_EQ(view.ChunkOffsets(tracks[1]), (std::vector<std::uint32_t>{mdat.payload()}));
   std::uint32_t pos = mdat.payload() + 2 + 4 + 12;
   const std::vector<std::uint32_t> offsets = view.ChunkOffsets(tracks[0]);
-  ASSERT_EQ(offsets.size(), 3u);
-  for (std::uint32_t i = 0; i < 25; ++i) {
-    if (i % 10 == 0) {
-      EXPECT_EQ(offsets[i / 10], pos);
+  ASSERT_EQ(offsets.size(), 4u);  // frames 0-9, 10-19, 20-23, 24
+  const std::uint32_t firsts[4] = {0, 10, 20, 24};
+  for (std::uint32_t i = 0, c = 0; i < 25; ++i) {
+    if (c < 4 && i == firsts[c]) {
+      EXPECT_EQ(offsets[c++], pos);
     }
     EXPECT_EQ(view.Slice(pos, std::uint32_t(plan.frames[i].size())), plan.frames[i]);
     pos += std::uint32_t(plan.frames[i].size());
@@ -316,11 +320,13 @@ TEST(WriterLayout, MetadataItemsHoldOneDataAtomPerVariant) {
       (tmx::test::Bytes().u32(18).fourcc("data").u32(2).u32(0x656E0000).u8(0).u8('T').take()));
 }
 
-TEST(WriterLayout, OneChunkProgrammeHasOneTableEntry) {
+TEST(WriterLayout, ShortProgrammesStillHaveAChunkBeforeTheLast) {
   ProgrammeView view(Write(SpecWithFrames(3)));
   const Atom audio = view.Tracks()[0];
-  EXPECT_EQ(view.Entries(audio, "stsc", 3), (std::vector<std::uint32_t>{1, 3, 1}));
-  EXPECT_EQ(view.ChunkOffsets(audio).size(), 1u);
+  EXPECT_EQ(view.Entries(audio, "stsc", 3), (std::vector<std::uint32_t>{1, 2, 1, 2, 1, 1}));
+  EXPECT_EQ(view.ChunkOffsets(audio).size(), 2u);
+  ProgrammeView single(Write(SpecWithFrames(1)));
+  EXPECT_EQ(single.Entries(single.Tracks()[0], "stsc", 3), (std::vector<std::uint32_t>{1, 1, 1}));
 }
 
 }  // namespace

@@ -106,14 +106,16 @@ TEST_P(RoundTrip, EveryFrameComesBackWithItsHeaderFields) {
   TMXCloseFile(f);
 }
 
-TEST_P(RoundTrip, WithoutChunkHeadersTheTablesServeAllButTheLastChunk) {
+TEST_P(RoundTrip, WithoutChunkHeadersTheTablesServeAllButTheLastFrame) {
   Written w = Write(GetParam(), false, {});
   MemoryStream m(w.bytes);
   TMXFile* f = nullptr;
   ASSERT_EQ(TMXOpenFile(&f, m.stream(), nullptr), TMX_OK);
-  const std::size_t lastChunk = (w.adts.size() - 1) / 7 * 7;
+  // The writer ends the audio with a chunk of one frame, the only one the
+  // tables cannot place.
+  const std::size_t reachable = w.adts.size() - 1;
   Bytes buffer(8192);
-  for (std::size_t i = 0; i < lastChunk; ++i) {
+  for (std::size_t i = 0; i < reachable; ++i) {
     std::uint32_t length = 0;
     ASSERT_EQ(TMXGetEncodedAudio(f, buffer.data(), std::int32_t(buffer.size()), &length), TMX_OK)
         << i;
@@ -122,6 +124,9 @@ TEST_P(RoundTrip, WithoutChunkHeadersTheTablesServeAllButTheLastChunk) {
     EXPECT_TRUE(std::equal(buffer.begin(), buffer.begin() + length,
                            in.begin() + std::ptrdiff_t(HeaderLength(in))));
   }
+  std::uint32_t length = 0;
+  EXPECT_EQ(TMXGetEncodedAudio(f, buffer.data(), std::int32_t(buffer.size()), &length),
+            TMX_ERR_SEEK_RANGE);
   TMXCloseFile(f);
 }
 
