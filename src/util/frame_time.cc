@@ -11,6 +11,10 @@ namespace {
 std::uint32_t MulDiv(std::uint32_t value, std::uint32_t multiplier,
                      std::uint32_t divisor) noexcept {
   if (divisor == 0) return 0;
+  // With both factors below 2^16 none of the partial results below can
+  // overflow, so one 64-bit division gives the same value (modulo 2^32).
+  if (multiplier < 0x10000 && divisor < 0x10000)
+    return std::uint32_t(std::uint64_t(value) * multiplier / divisor);
   const std::uint32_t hi = value >> 16;
   const std::uint32_t lo = value & 0xFFFF;
   const std::uint32_t hiProduct = hi * multiplier;
