@@ -5,6 +5,8 @@
 namespace tmxtool {
 
 int Info(int argc, char** argv);
+int Chapters(int argc, char** argv);
+int Cover(int argc, char** argv);
 int Extract(int argc, char** argv);
 int Decode(int argc, char** argv);
 int Position(int argc, char** argv);

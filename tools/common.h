@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tmxsdk.h"
@@ -51,5 +52,11 @@ class Programme {
 
 // Milliseconds as h:mm:ss.mmm.
 std::string FormatTime(std::uint32_t ms);
+
+// `text` as a JSON string literal, quotes included. Valid UTF-8 is kept;
+// control characters and bytes that are not part of a valid UTF-8 sequence
+// are written as \u escapes (a stray byte as the Latin-1 character of its
+// value).
+std::string JsonString(std::string_view text);
 
 }  // namespace tmxtool

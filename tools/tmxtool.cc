@@ -10,7 +10,9 @@ namespace tmxtool {
 
 int Usage() {
   std::fprintf(stderr,
-               "usage: tmxtool info PROGRAMME\n"
+               "usage: tmxtool info PROGRAMME [--json]\n"
+               "       tmxtool chapters PROGRAMME\n"
+               "       tmxtool cover PROGRAMME -o COVER.jpg\n"
                "       tmxtool mux INPUT.aac -o OUT.tmx [options]\n"
                "       tmxtool extract PROGRAMME -o OUT.aac\n"
                "       tmxtool decode PROGRAMME -o OUT.wav\n"
@@ -28,10 +30,9 @@ int main(int argc, char** argv) {
     int (*run)(int, char**);
   };
   static const Command kCommands[] = {
-      {"info", tmxtool::Info},
-      {"mux", Mux},
-      {"extract", tmxtool::Extract},
-      {"decode", tmxtool::Decode},
+      {"info", tmxtool::Info},         {"chapters", tmxtool::Chapters},
+      {"cover", tmxtool::Cover},       {"mux", Mux},
+      {"extract", tmxtool::Extract},   {"decode", tmxtool::Decode},
       {"position", tmxtool::Position},
   };
   for (const Command& c : kCommands)

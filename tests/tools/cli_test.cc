@@ -90,4 +90,69 @@ TEST(CliPosition, SetThenShowThroughThePositionFile) {
   EXPECT_NE(Tool("info " + (dir.path() / "missing.tmx").string()), 0);
 }
 
+std::string ReadText(const std::string& path) {
+  const Bytes b = ReadFile(path);
+  return std::string(b.begin(), b.end());
+}
+
+// Tags, cover and chapters given to mux come back through info, cover and
+// chapters; the printed chapter list muxes to the same list again.
+TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
+  tmx::test::TempDir dir;
+  auto path = [&](const std::string& name) { return (dir.path() / name).string(); };
+  const std::string cover("\xFF\xD8\xFF\xE0\x00\x10JFIF\x00\x01\x01\x00\xFF\xD9", 16);
+  dir.Write("cover.jpg", cover);
+  dir.Write("chapters.txt", "0 Anfang\n1.5 Zweites \"\xC3\x9C\" \\ Kapitel\n2:00 Third\n");
+  const std::string audio = std::string(TMX_TEST_DATA_DIR) + "/speech_mono_22050.aac";
+  ASSERT_EQ(Tool("mux " + audio + " -o " + path("book.tmx") + " --chapters " +
+                 path("chapters.txt") + " --cover " + path("cover.jpg") +
+                 " --title 'Das \u201EBuch\u201C' --author 'A. \"Q\" Author'"),
+            0);
+
+  ASSERT_EQ(Tool("info --json " + path("book.tmx"), path("info.json")), 0);
+  const std::string json = ReadText(path("info.json"));
+  for (const std::string& fragment : {
+           std::string("\"title\": \"Das \u201EBuch\u201C\""),
+           std::string("\"author\": \"A. \\\"Q\\\" Author\""),
+           std::string("\"cover\": {\"bytes\": 16}"),
+           std::string("\"chapterCount\": 3"),
+           std::string("\"pictureCount\": 1"),
+           std::string("{\"startMs\": 0, \"start\": \"0:00:00.000\", \"title\": \"Anfang\"}"),
+           std::string("\"title\": \"Zweites \\\"\xC3\x9C\\\" \\\\ Kapitel\"}"),
+           std::string("\"links\": []"),
+       }) {
+    EXPECT_NE(json.find(fragment), std::string::npos) << fragment << "\nin\n" << json;
+  }
+  EXPECT_EQ(json.front(), '{');
+  EXPECT_EQ(json.substr(json.size() - 2), "}\n");
+
+  ASSERT_EQ(Tool("info " + path("book.tmx"), path("info.txt")), 0);
+  const std::string text = ReadText(path("info.txt"));
+  EXPECT_NE(text.find("author: A. \"Q\" Author\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("cover: 16 bytes\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("chapter 3: 0:02:00.0"), std::string::npos) << text;
+
+  ASSERT_EQ(Tool("cover " + path("book.tmx") + " -o " + path("out.jpg")), 0);
+  EXPECT_EQ(ReadText(path("out.jpg")), cover);
+
+  // Start times come back rounded to whole frames (1.5 s is frame 32).
+  ASSERT_EQ(Tool("chapters " + path("book.tmx"), path("list.txt")), 0);
+  const std::string list = ReadText(path("list.txt"));
+  EXPECT_EQ(list,
+            "0:00:00.000 Anfang\n0:00:01.486 Zweites \"\xC3\x9C\" \\ Kapitel\n0:02:00.000 Third\n");
+  ASSERT_EQ(Tool("mux " + audio + " -o " + path("again.tmx") + " --chapters " + path("list.txt")),
+            0);
+  ASSERT_EQ(Tool("chapters " + path("again.tmx"), path("again.txt")), 0);
+  EXPECT_EQ(ReadText(path("again.txt")), list);
+
+  // A programme without a cover, and bad usage.
+  EXPECT_NE(Tool("cover " + path("again.tmx") + " -o " + path("none.jpg")), 0);
+  EXPECT_FALSE(std::ifstream(path("none.jpg")).good());
+  EXPECT_NE(Tool("cover " + path("book.tmx")), 0);
+  EXPECT_NE(Tool("chapters"), 0);
+  EXPECT_NE(Tool("info " + path("book.tmx") + " --yaml"), 0);
+  ASSERT_EQ(Tool("info --json " + path("again.tmx"), path("bare.json")), 0);
+  EXPECT_NE(ReadText(path("bare.json")).find("\"cover\": null"), std::string::npos);
+}
+
 }  // namespace

@@ -1,0 +1,655 @@
+// Metadata through the exports: the item list walk, locale choice, needed
+// sizes, text delivery, raw keys, locale lists and failure paths.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "container/mp4/mp4_fixture.h"
+#include "metadata/key_table.h"
+#include "metadata/queries.h"
+#include "support/fault_loops.h"
+#include "util/alloc.h"
+#include "util/status.h"
+
+namespace tmx {
+namespace {
+
+using namespace tmx::test;
+
+constexpr std::uint32_t kTitle = 0xA96E616D;  // item type "(c)nam"
+constexpr std::uint32_t kEn = 0x656E0000, kDe = 0x64650000, kFr = 0x66720000;
+constexpr std::uint8_t kGuard = 0xA5;
+
+ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
+
+// The four-character code of a string such as "@tit".
+std::uint32_t Key(const char* s) {
+  return (std::uint32_t(std::uint8_t(s[0])) << 24) | (std::uint32_t(std::uint8_t(s[1])) << 16) |
+         (std::uint32_t(std::uint8_t(s[2])) << 8) | std::uint8_t(s[3]);
+}
+
+// A "data" atom: value type, locale word, value bytes.
+ByteVec Data(std::uint32_t valueType, std::uint32_t locale, const ByteVec& value) {
+  return Atom("data", Concat({Be32(valueType), Be32(locale), value}));
+}
+ByteVec Data(std::uint32_t valueType, std::uint32_t locale, const std::string& value) {
+  return Data(valueType, locale, V(value));
+}
+
+// An item atom of any 32-bit type around its children.
+ByteVec Item(std::uint32_t type, std::initializer_list<ByteVec> children) {
+  const ByteVec payload = Concat(children);
+  return Concat({Be32(std::uint32_t(payload.size() + 8)), Be32(type), payload});
+}
+
+// A short programme whose file-level item list holds `ilst`.
+ByteVec Book(const ByteVec& ilst, std::uint32_t chapters = 0) {
+  ProgrammeSpec layout;
+  layout.ilst = ilst;
+  layout.tracks.push_back(AudioTrack(24));
+  if (chapters > 0) {
+    std::vector<std::string> titles;
+    std::vector<std::uint32_t> starts;
+    for (std::uint32_t i = 0; i < chapters; ++i) {
+      titles.push_back("C" + std::to_string(i));
+      starts.push_back(i * 4);
+    }
+    layout.tracks[0].chap = {2};
+    layout.tracks.push_back(TitleTrack(2, titles, starts, 24));
+  }
+  return BuildProgramme(layout).bytes;
+}
+
+struct Result {
+  std::int32_t rc;
+  ByteVec out;  // the whole buffer
+};
+
+// TMXGetMetadata into a guarded buffer of `capacity` bytes.
+Result Get(TMXFile* f, std::uint32_t key, std::uint32_t capacity = 64) {
+  ByteVec buffer(capacity + 8, kGuard);
+  const std::int32_t rc = TMXGetMetadata(f, key, buffer.data(), capacity);
+  for (std::size_t i = capacity; i < buffer.size(); ++i)
+    EXPECT_EQ(buffer[i], kGuard) << "written past the buffer at " << i;
+  buffer.resize(capacity);
+  return {rc, buffer};
+}
+
+// Single-byte or UTF-8 text up to its terminator; "<rc>" on failure.
+std::string Text(TMXFile* f, std::uint32_t key, std::uint32_t capacity = 64) {
+  const Result r = Get(f, key, capacity);
+  if (r.rc != TMX_OK) return "<" + std::to_string(r.rc) + ">";
+  const auto end = std::find(r.out.begin(), r.out.end(), 0);
+  EXPECT_NE(end, r.out.end()) << "no terminator";
+  return std::string(r.out.begin(), end);
+}
+
+std::int64_t Needed(TMXFile* f, std::uint32_t key, std::uint32_t locale = 0) {
+  std::uint32_t size = 0xDEAD;
+  const std::int32_t rc = TMXGetMetadataInfo(f, key, locale, &size);
+  if (rc != TMX_OK) {
+    EXPECT_EQ(size, 0u) << "a failed Info call leaves the size set";
+    return rc;
+  }
+  return size;
+}
+
+TEST(MetadataQueries, ArgumentChecks) {
+  std::uint8_t buf[4];
+  std::uint32_t v = 0;
+  EXPECT_EQ(TMXSetMetadataLocale(nullptr, 1), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetUnicodeFormat(nullptr, &v), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetMetadataLocaleList(nullptr, nullptr, nullptr), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetMetadataInfo(nullptr, 0, 0, nullptr), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetChapterMetadataInfo(nullptr, 0, 0, 0, nullptr), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetMetadata(nullptr, 0, nullptr, 0), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetChapterMetadata(nullptr, 0, 0, nullptr, 0), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetUseralias(nullptr, nullptr, nullptr), TMX_ERR_HANDLE);
+
+  OpenProgramme p(Book(Item(kTitle, {Data(1, 0, "T")})));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXFile* f = p.file();
+  EXPECT_EQ(TMXGetUnicodeFormat(f, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetMetadataLocaleList(f, nullptr, &v), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetMetadataLocaleList(f, &v, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetMetadataInfo(f, FourCC("@tit"), 0, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetChapterMetadataInfo(f, 5, FourCC("@tit"), 0, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetMetadata(f, FourCC("@tit"), nullptr, 4), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetChapterMetadata(f, 5, FourCC("@tit"), nullptr, 4), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetUseralias(f, nullptr, &v), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetUseralias(f, buf, nullptr), TMX_ERR_ARGUMENT);
+  // A new file delivers single-byte text.
+  ASSERT_EQ(TMXGetUnicodeFormat(f, &v), TMX_OK);
+  EXPECT_EQ(v, 0u);
+}
+
+TEST(MetadataQueries, EveryKeyFindsItsItemType) {
+  struct Row {
+    const char* key;
+    const char* dictionaryName;
+    std::uint32_t itemType;
+  };
+  // Transcribed from the container's vocabulary, independently of the table.
+  const Row rows[] = {
+      {"@aut", "author", 0xA9415254},
+      {"@cat", "category", FourCC("@cat")},
+      {"@cop", "copyright", FourCC("cprt")},
+      {"@car", "", FourCC("covr")},
+      {"@lde", "long_description", 0xA9646573},
+      {"@nar", "narrator", 0xA96E7274},
+      {"@ppi", "parent_id", FourCC("@ppi")},
+      {"@pti", "parent_title", FourCC("@pti")},
+      {"@pid", "product_id", FourCC("prID")},
+      {"@pro", "provider", 0xA9707562},
+      {"@pda", "pubdate", 0xA9646179},
+      {"@sde", "description", 0xA9636D74},
+      {"@sti", "short_title", FourCC("@sti")},
+      {"@sub", "genre", FourCC("@sub")},
+      {"@tit", "title", 0xA96E616D},
+      {"@ual", "user_alias", FourCC("ausr")},
+  };
+  ByteVec ilst;
+  for (const Row& r : rows) {
+    const std::uint32_t key = Key(r.key);
+    EXPECT_EQ(ItemTypeForKey(key), r.itemType) << r.key;
+    EXPECT_EQ(DictionaryNameForKey(key), r.dictionaryName) << r.key;
+    const ByteVec item = Item(r.itemType, {Data(1, 0, std::string("value of ") + r.key)});
+    ilst.insert(ilst.end(), item.begin(), item.end());
+  }
+  // Keys outside the table address the item of the same four bytes.
+  for (const ByteVec& item : {Item(FourCC("trkn"), {Data(0, 0, "seven")}),
+                              Item(FourCC("@xyz"), {Data(0, 0, "unknown key")})})
+    ilst.insert(ilst.end(), item.begin(), item.end());
+  EXPECT_EQ(DictionaryNameForKey(FourCC("trkn")), "");
+
+  OpenProgramme p(Book(ilst));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  for (const Row& r : rows) {
+    const std::uint32_t key = Key(r.key);
+    const std::string value = std::string("value of ") + r.key;
+    if (key == kCoverKey || key == kUserAliasKey) {
+      const Result raw = Get(p.file(), key, std::uint32_t(value.size()));
+      EXPECT_EQ(raw.rc, TMX_OK) << r.key;
+      EXPECT_EQ(std::string(raw.out.begin(), raw.out.end()), value);
+    } else {
+      EXPECT_EQ(Text(p.file(), key), value);
+    }
+  }
+  EXPECT_EQ(Text(p.file(), FourCC("trkn")), "seven");
+  EXPECT_EQ(Text(p.file(), FourCC("@xyz")), "unknown key");
+  // The item type itself is no key of the table, yet it finds the item.
+  EXPECT_EQ(Text(p.file(), kTitle), "value of @tit");
+  EXPECT_EQ(Text(p.file(), FourCC("@zzz")), "<-25>");
+}
+
+TEST(MetadataQueries, ItemTypesAreComparedWithoutFoldingCapitals) {
+  OpenProgramme p(Book(Concat({Item(FourCC("COVR"), {Data(13, 0, "jpeg")}),
+                               Item(FourCC("@CAT"), {Data(1, 0, "Fiction")}),
+                               Item(FourCC("TRKN"), {Data(1, 0, "1")})})));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(Needed(p.file(), FourCC("@car")), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(Needed(p.file(), FourCC("@cat")), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(Needed(p.file(), FourCC("trkn")), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(Text(p.file(), FourCC("@CAT")), "Fiction");  // as a key outside the table
+  // "data" is an atom type, and those are matched in capitals too.
+  OpenProgramme q(Book(Item(kTitle, {Atom("DATA", Concat({Be32(1), Be32(0), V("Caps")}))})));
+  EXPECT_EQ(Text(q.file(), FourCC("@tit")), "Caps");
+}
+
+TEST(MetadataQueries, NeededSizeByKindAndFormat) {
+  const ByteVec value(11, 'x');  // odd, so that the halvings truncate
+  OpenProgramme p(Book(Concat(
+      {Item(FourCC("k000"), {Data(0, 0, value)}), Item(FourCC("k001"), {Data(1, 0, value)}),
+       Item(FourCC("k002"), {Data(2, 0, value)}), Item(FourCC("k013"), {Data(13, 0, value)}),
+       Item(FourCC("k021"), {Data(21, 0, value)}), Item(FourCC("kFF1"), {Data(0xFFFF01, 0, value)}),
+       Item(FourCC("none"), {Data(1, kEn, "")})})));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  struct Row {
+    const char* item;
+    std::int64_t byFormat[5];  // formats 0, 1, 2, 3, 7
+  };
+  const Row rows[] = {
+      {"k000", {13, 19, 30, 30, 13}},  // single-byte text: n + 2, n + 8, 2n + 8
+      {"k001", {13, 13, 24, 24, 13}},  // UTF-8: n + 2, 2n + 2
+      {"k002", {7, 13, 13, 13, 13}},   // UTF-16 (kind 3): n/2 + 2, (n + 12)/2 + 2, n + 2
+      {"k013", {11, 11, 11, 11, 11}},  // JPEG (kind 16): unchanged
+      {"k021", {13, 19, 30, 30, 13}},  // other value types are single-byte text
+      {"kFF1", {13, 13, 24, 24, 13}},  // the value type is the last byte of the flags
+      {"none", {0, 0, 0, 0, 0}},       // an empty value stays 0
+  };
+  const std::uint32_t formats[] = {0, 1, 2, 3, 7};
+  for (const Row& r : rows) {
+    for (int i = 0; i < 5; ++i) {
+      ASSERT_EQ(TMXSetUnicodeFormat(p.file(), formats[i]), TMX_OK);
+      EXPECT_EQ(Needed(p.file(), Key(r.item), r.item[0] == 'n' ? kEn : 0), r.byFormat[i])
+          << r.item << " in format " << formats[i];
+    }
+  }
+  // Kind 2 does not come from this container's value types; it is sized as 16-bit text.
+  const std::uint32_t kind2[] = {7, 13, 13, 13, 13};
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(NeededSize(11, 2, formats[i]), kind2[i]) << formats[i];
+  EXPECT_EQ(NeededSize(0, 0, 1), 0u);
+  EXPECT_EQ(NeededSize(11, 4, 1), 11u);
+  // The worked example: a 10-byte UTF-8 title.
+  EXPECT_EQ(NeededSize(10, 1, 0), 12u);
+  EXPECT_EQ(NeededSize(10, 1, 1), 12u);
+  EXPECT_EQ(NeededSize(10, 1, 3), 22u);
+}
+
+TEST(MetadataQueries, TheLocaleChoosesTheVariant) {
+  // Each case: the item's "data" variants, the wanted locale, and what comes back.
+  struct Case {
+    const char* name;
+    std::vector<ByteVec> variants;
+    std::uint32_t wanted;
+    std::string text;  // "<-25>" when there is none
+    std::uint32_t chosenLocale;
+  };
+  const Case cases[] = {
+      {"exact",
+       {Data(1, 0, "Default"), Data(1, kEn, "English"), Data(1, kDe, "Deutsch")},
+       kDe,
+       "Deutsch",
+       kDe},
+      {"fallback", {Data(1, 0, "Default"), Data(1, kEn, "English")}, kFr, "Default", 0},
+      {"last default wins",
+       {Data(1, 0, "first"), Data(1, kEn, "E"), Data(1, 0, "last")},
+       kFr,
+       "last",
+       0},
+      {"locale 0 is an exact match", {Data(1, 0, "first"), Data(1, 0, "last")}, 0, "first", 0},
+      // An exact match ends the walk; an empty one gives way only to a default seen before it.
+      {"empty exact after default", {Data(1, 0, "Default"), Data(1, kEn, "")}, kEn, "Default", 0},
+      {"empty exact before default", {Data(1, kEn, ""), Data(1, 0, "Default")}, kEn, "", kEn},
+      {"empty exact alone", {Data(1, kEn, "")}, kEn, "", kEn},
+      {"neither", {Data(1, kEn, "English"), Data(1, kDe, "Deutsch")}, kFr, "<-25>", 0},
+      {"other children skipped", {Atom("name", V("xx")), Data(1, kEn, "E")}, kEn, "E", kEn},
+      {"no variants", {Atom("mean", V("yy"))}, 0, "<-25>", 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ByteVec children;
+    for (const ByteVec& v : c.variants) children.insert(children.end(), v.begin(), v.end());
+    const ByteVec item = Concat({Be32(std::uint32_t(children.size() + 8)), Be32(kTitle), children});
+    OpenProgramme p(Book(item));
+    ASSERT_EQ(p.rc(), TMX_OK);
+    // The stored locale serves TMXGetMetadata, the argument TMXGetMetadataInfo.
+    ASSERT_EQ(TMXSetMetadataLocale(p.file(), c.wanted), TMX_OK);
+    EXPECT_EQ(Text(p.file(), FourCC("@tit")), c.text);
+    const std::int64_t needed = Needed(p.file(), FourCC("@tit"), c.wanted);
+    if (c.text == "<-25>") {
+      EXPECT_EQ(needed, TMX_ERR_NOT_FOUND);
+    } else {
+      EXPECT_EQ(needed, c.text.empty() ? 0 : std::int64_t(c.text.size() + 2));
+      std::uint32_t locale = c.wanted, kind = 9, offset = 0, size = 9;
+      ASSERT_EQ(p.handler().GetMetadataItem(p.file(), 0xFFFFFFFF, FourCC("@tit"), &locale, &kind,
+                                            &offset, &size),
+                TMX_OK);
+      EXPECT_EQ(locale, c.chosenLocale);
+      EXPECT_EQ(kind, 1u);
+      EXPECT_EQ(size, c.text.size());
+    }
+    // The two settings are independent: Info ignores the stored locale.
+    ASSERT_EQ(TMXSetMetadataLocale(p.file(), 0x12345678), TMX_OK);
+    EXPECT_EQ(Needed(p.file(), FourCC("@tit"), c.wanted), needed);
+  }
+}
+
+TEST(MetadataQueries, ALaterItemOfTheSameTypeIsTried) {
+  OpenProgramme p(Book(Concat({Item(kTitle, {Data(1, kEn, "English only")}),
+                               Item(FourCC("cprt"), {Data(1, 0, "(c)")}),
+                               Item(kTitle, {Data(1, 0, "Second item")})})));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXSetMetadataLocale(p.file(), kDe);
+  EXPECT_EQ(Text(p.file(), FourCC("@tit")), "Second item");
+  TMXSetMetadataLocale(p.file(), kEn);
+  EXPECT_EQ(Text(p.file(), FourCC("@tit")), "English only");
+}
+
+TEST(MetadataQueries, TextIsDeliveredInEveryFormat) {
+  const std::u16string wide = u"Gr\u00FC\u00DFe \u20AC\U0001F600";
+  ByteVec utf16(wide.size() * 2);
+  std::memcpy(utf16.data(), wide.data(), utf16.size());
+  OpenProgramme p(Book(Concat({
+      Item(FourCC("utf8"), {Data(1, 0, "Gr\u00FC\u00DFe \xE2\x82\xAC\xF0\x9F\x98\x80")}),
+      Item(FourCC("ut16"), {Data(2, 0, utf16)}),
+      Item(FourCC("sing"), {Data(0, 0, "Gr&#252;&#223;e \xA9\x7F&#8364;")}),
+  })));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  const std::string utf8 = "Gr\u00FC\u00DFe \xE2\x82\xAC\xF0\x9F\x98\x80";
+  for (const char* item : {"utf8", "ut16"}) {
+    SCOPED_TRACE(item);
+    const std::uint32_t key = Key(item);
+    for (std::uint32_t format : {0u, 2u, 7u}) {
+      TMXSetUnicodeFormat(p.file(), format);
+      // Single-byte output keeps Latin-1 and drops the rest.
+      EXPECT_EQ(Text(p.file(), key), "Gr\374\337e ");
+    }
+    TMXSetUnicodeFormat(p.file(), 1);
+    EXPECT_EQ(Text(p.file(), key), utf8);
+    TMXSetUnicodeFormat(p.file(), 3);
+    const Result r = Get(p.file(), key, 64);
+    ASSERT_EQ(r.rc, TMX_OK);
+    std::u16string got(32, u'\0');
+    std::memcpy(got.data(), r.out.data(), 64);
+    EXPECT_EQ(got.substr(0, got.find(u'\0')), wide);
+  }
+  // Single-byte values decode numeric references (modulo 256).
+  TMXSetUnicodeFormat(p.file(), 0);
+  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\374\337e \xA9\xAC");
+  TMXSetUnicodeFormat(p.file(), 1);
+  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\u00FC\u00DFe \xC2\xA9\x7F\xC2\xAC");
+
+  // Short buffers cut the text and still succeed; one byte holds the terminator alone.
+  TMXSetUnicodeFormat(p.file(), 0);
+  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 1), "");
+  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 4), "Gr\xFC");
+  TMXSetUnicodeFormat(p.file(), 1);
+  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 4), "Gr");  // no half of "ü"
+  const Result none = Get(p.file(), FourCC("utf8"), 0);
+  EXPECT_EQ(none.rc, TMX_OK);
+}
+
+TEST(MetadataQueries, RawKeysNeedTheWholeValue) {
+  const ByteVec jpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 0x4A, 0x46};
+  OpenProgramme p(Book(Concat({Item(FourCC("covr"), {Data(13, 0, jpeg)}),
+                               Item(FourCC("ausr"), {Data(1, 0, std::string("al\0ias", 6))})})));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(Needed(p.file(), kCoverKey), 8);
+  EXPECT_EQ(Get(p.file(), kCoverKey, 7).rc, TMX_ERR_BUFFER);
+  const Result exact = Get(p.file(), kCoverKey, 8);  // the guard checks that no terminator follows
+  ASSERT_EQ(exact.rc, TMX_OK);
+  EXPECT_EQ(exact.out, jpeg);
+  const Result larger = Get(p.file(), kCoverKey, 12);
+  ASSERT_EQ(larger.rc, TMX_OK);
+  EXPECT_EQ(ByteVec(larger.out.begin(), larger.out.begin() + 8), jpeg);
+  EXPECT_EQ(ByteVec(larger.out.begin() + 8, larger.out.end()), ByteVec(4, kGuard));
+  // "@ual" is raw at file level too, zero byte and all.
+  EXPECT_EQ(Get(p.file(), kUserAliasKey, 5).rc, TMX_ERR_BUFFER);
+  const Result alias = Get(p.file(), kUserAliasKey, 6);
+  ASSERT_EQ(alias.rc, TMX_OK);
+  EXPECT_EQ(alias.out, V(std::string("al\0ias", 6)));
+  // Raw copies ignore the text format.
+  TMXSetUnicodeFormat(p.file(), 3);
+  EXPECT_EQ(Get(p.file(), kCoverKey, 8).out, jpeg);
+}
+
+TEST(MetadataQueries, UserAliasIsConvertedFromItsRawValue) {
+  OpenProgramme p(
+      Book(Item(FourCC("ausr"), {Data(1, 0, "J\xC3\xB6rg"), Data(1, kEn, "Long English")})));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  auto alias = [&](std::uint32_t capacity) -> std::string {
+    ByteVec buffer(capacity + 4, kGuard);
+    std::uint32_t size = capacity;
+    const std::int32_t rc = TMXGetUseralias(p.file(), buffer.data(), &size);
+    EXPECT_EQ(size, capacity) << "the size is only read";
+    for (std::size_t i = capacity; i < buffer.size(); ++i) EXPECT_EQ(buffer[i], kGuard);
+    if (rc != TMX_OK) return "<" + std::to_string(rc) + ">";
+    return std::string(buffer.begin(), std::find(buffer.begin(), buffer.end(), 0));
+  };
+  EXPECT_EQ(alias(32), "J\xF6rg");
+  EXPECT_EQ(alias(3), "J\xF6");
+  TMXSetUnicodeFormat(p.file(), 1);
+  EXPECT_EQ(alias(32), "J\xC3\xB6rg");
+  TMXSetUnicodeFormat(p.file(), 3);
+  ByteVec wide(16, kGuard);
+  std::uint32_t size = 16;
+  ASSERT_EQ(TMXGetUseralias(p.file(), wide.data(), &size), TMX_OK);
+  std::u16string got(8, u'\0');
+  std::memcpy(got.data(), wide.data(), 16);
+  EXPECT_EQ(got.substr(0, got.find(u'\0')), u"J\u00F6rg");
+  // The size comes from the default variant, the value from the stored
+  // locale: a longer variant no longer fits the work buffer.
+  TMXSetUnicodeFormat(p.file(), 0);
+  TMXSetMetadataLocale(p.file(), kEn);
+  EXPECT_EQ(alias(32), "<-19>");
+
+  OpenProgramme q(Book(Item(kTitle, {Data(1, 0, "T")})));
+  std::uint8_t buffer[8];
+  std::uint32_t capacity = 8;
+  EXPECT_EQ(TMXGetUseralias(q.file(), buffer, &capacity), TMX_ERR_NOT_FOUND);
+}
+
+TEST(MetadataQueries, LocaleListsInOrderOfFirstAppearance) {
+  OpenProgramme p(Book(Concat(
+      {Item(kTitle, {Data(1, kEn, "a"), Atom("name", V("n")), Data(1, 0, "b"), Data(1, kEn, "c")}),
+       Item(FourCC("cprt"), {Data(1, kDe, "d"), Data(1, 0, "e")}),
+       Item(FourCC("covr"), {Data(13, kFr, "f")})})));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  std::uint32_t locales[6] = {7, 7, 7, 7, 7, 7};
+  std::uint32_t count = 6;
+  ASSERT_EQ(TMXGetMetadataLocaleList(p.file(), locales, &count), TMX_OK);
+  EXPECT_EQ(count, 4u);
+  EXPECT_EQ(std::vector<std::uint32_t>(locales, locales + 6),
+            (std::vector<std::uint32_t>{kEn, 0, kDe, kFr, 7, 7}));
+  // Too small: the count needed and nothing copied.
+  std::uint32_t few[3] = {7, 7, 7};
+  count = 3;
+  EXPECT_EQ(TMXGetMetadataLocaleList(p.file(), few, &count), TMX_ERR_BUFFER);
+  EXPECT_EQ(count, 4u);
+  EXPECT_EQ(std::vector<std::uint32_t>(few, few + 3), (std::vector<std::uint32_t>{7, 7, 7}));
+  count = 4;
+  EXPECT_EQ(TMXGetMetadataLocaleList(p.file(), locales, &count), TMX_OK);
+
+  // More locales than the first block of 16 holds.
+  ByteVec many;
+  for (std::uint32_t i = 0; i < 40; ++i) {
+    const ByteVec item = Item(FourCC("mny0") + i % 3, {Data(1, 1000 + i, "v"), Data(1, 1000, "w")});
+    many.insert(many.end(), item.begin(), item.end());
+  }
+  OpenProgramme q(Book(many));
+  std::vector<std::uint32_t> list(64, 0);
+  count = 64;
+  ASSERT_EQ(TMXGetMetadataLocaleList(q.file(), list.data(), &count), TMX_OK);
+  ASSERT_EQ(count, 40u);
+  for (std::uint32_t i = 0; i < 40; ++i) EXPECT_EQ(list[i], 1000 + i);
+
+  // Without an item list.
+  OpenProgramme r(Book({}));
+  count = 4;
+  EXPECT_EQ(TMXGetMetadataLocaleList(r.file(), locales, &count), TMX_ERR_INCONSISTENT);
+  EXPECT_EQ(Needed(r.file(), FourCC("@tit")), TMX_ERR_INCONSISTENT);
+  EXPECT_EQ(Text(r.file(), FourCC("@tit")), "<-7>");
+  // An empty list holds no items and no locales.
+  OpenProgramme e(Book(Atom("free", {})));
+  count = 0;
+  EXPECT_EQ(TMXGetMetadataLocaleList(e.file(), locales, &count), TMX_OK);
+  EXPECT_EQ(count, 0u);
+}
+
+TEST(MetadataQueries, ChapterMetadataIsUnavailableAfterTheIndexCheck) {
+  OpenProgramme p(Book(Item(kTitle, {Data(1, 0, "T")}), 3));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  std::uint32_t size = 9;
+  std::uint8_t buffer[8];
+  for (std::uint32_t chapter : {0u, 2u}) {
+    size = 9;
+    EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), chapter, FourCC("@tit"), 0, &size),
+              TMX_ERR_NOT_FOUND);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(TMXGetChapterMetadata(p.file(), chapter, FourCC("@tit"), buffer, 8),
+              TMX_ERR_NOT_FOUND);
+  }
+  size = 9;
+  EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), 3, FourCC("@tit"), 0, &size), TMX_ERR_INDEX);
+  EXPECT_EQ(size, 0u);
+  EXPECT_EQ(TMXGetChapterMetadata(p.file(), 3, FourCC("@tit"), buffer, 8), TMX_ERR_INDEX);
+}
+
+TEST(MetadataQueries, ChapterListsFollowOneAnotherFromTheirPosition) {
+  // Per-chapter lists appended behind the media data; the reader never
+  // finds such a place itself, so the test sets it.
+  const ByteVec book = Book({}, 3);
+  const ByteVec lists = Concat({
+      Atom("ilst", Item(kTitle, {Data(1, 0, "First")})),
+      Atom("free", V("pad")),
+      Atom("ilst", Concat({Item(FourCC("covr"), {Data(13, 0, "JPG")}),
+                           Item(FourCC("ausr"), {Data(1, 0, "\xC3\xA9")})})),
+      Atom("ilst", Item(kTitle, {Data(1, kEn, "Third")})),
+  });
+  OpenProgramme p(Concat({book, lists}));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  p.state().chapterMetadataPos = std::uint32_t(book.size());
+  auto chapterText = [&](std::uint32_t chapter, std::uint32_t key, std::uint32_t capacity = 16) {
+    ByteVec buffer(capacity, kGuard);
+    const std::int32_t rc = TMXGetChapterMetadata(p.file(), chapter, key, buffer.data(), capacity);
+    if (rc != TMX_OK) return "<" + std::to_string(rc) + ">";
+    return std::string(buffer.begin(), std::find(buffer.begin(), buffer.end(), 0));
+  };
+  EXPECT_EQ(chapterText(0, FourCC("@tit")), "First");
+  EXPECT_EQ(chapterText(1, FourCC("@tit")), "<-25>");
+  EXPECT_EQ(chapterText(1, kCoverKey, 2), "<-19>");  // "@car" stays raw
+  ByteVec cover(3);
+  ASSERT_EQ(TMXGetChapterMetadata(p.file(), 1, kCoverKey, cover.data(), 3), TMX_OK);
+  EXPECT_EQ(cover, V("JPG"));
+  EXPECT_EQ(chapterText(1, kUserAliasKey, 2), "\xE9");  // "@ual" is text here, cut to fit
+  EXPECT_EQ(chapterText(2, FourCC("@tit")), "<-25>");
+  std::uint32_t size = 0;
+  ASSERT_EQ(TMXGetChapterMetadataInfo(p.file(), 2, FourCC("@tit"), kEn, &size), TMX_OK);
+  EXPECT_EQ(size, 7u);
+  TMXSetMetadataLocale(p.file(), kEn);
+  EXPECT_EQ(chapterText(2, FourCC("@tit")), "Third");
+
+  // Fewer lists than chapters: building the positions runs off the end.
+  OpenProgramme q(Concat({book, Atom("ilst", {})}));
+  q.state().chapterMetadataPos = std::uint32_t(book.size());
+  EXPECT_EQ(TMXGetChapterMetadataInfo(q.file(), 0, FourCC("@tit"), 0, &size), TMX_ERR_READ);
+  EXPECT_EQ(q.state().chapterListPos, nullptr);
+}
+
+TEST(MetadataQueries, DamagedListsFailWithoutReadingOutside) {
+  const ByteVec good = Item(FourCC("cprt"), {Data(1, 0, "(c)")});
+  struct Case {
+    const char* name;
+    ByteVec ilst;
+    std::int32_t title;    // result for "@tit", found after the damage
+    std::int32_t locales;  // result of the locale list
+  };
+  const Case cases[] = {
+      {"short data atom", Concat({Item(kTitle, {Atom("data", Be32(1))}), good}),
+       TMX_ERR_INCONSISTENT, TMX_ERR_INCONSISTENT},
+      {"child of size 0", Concat({Item(kTitle, {Be32(0), V("data"), ByteVec(16, 0)}), good}),
+       TMX_ERR_INCONSISTENT, TMX_ERR_INCONSISTENT},
+      {"item past the list", Concat({good, Be32(400), Be32(kTitle), Data(1, 0, "T")}),
+       TMX_ERR_INCONSISTENT, TMX_ERR_INCONSISTENT},
+      {"data past its item",
+       Concat({good, Be32(24), Be32(kTitle), Be32(40), V("data"), Be32(1), Be32(0)}),
+       TMX_ERR_INCONSISTENT, TMX_ERR_INCONSISTENT},
+      // Fewer than 8 bytes left are no atom; what comes before still counts.
+      {"trailing bytes", Concat({good, Item(kTitle, {Data(1, 0, "T")}), ByteVec{0, 0, 0, 9}}),
+       TMX_OK, TMX_OK},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    OpenProgramme p(Book(c.ilst));
+    ASSERT_EQ(p.rc(), TMX_OK);
+    EXPECT_EQ(Text(p.file(), FourCC("@tit")),
+              c.title == TMX_OK ? "T" : "<" + std::to_string(c.title) + ">");
+    std::uint32_t locales[4], count = 4;
+    EXPECT_EQ(TMXGetMetadataLocaleList(p.file(), locales, &count), c.locales);
+  }
+}
+
+// Every lookup leaves the stream where it found it, so metadata can be read
+// between frames.
+TEST(MetadataQueries, LookupsKeepTheStreamPosition) {
+  ProgrammeSpec layout;
+  layout.ilst = Concat({Item(kTitle, {Data(1, 0, "Title")}),
+                        Item(FourCC("covr"), {Data(13, 0, ByteVec(40, 0xD8))}),
+                        Item(FourCC("ausr"), {Data(1, 0, "alias")})});
+  layout.tracks.push_back(AudioTrack(24));
+  OpenProgramme p(BuildProgramme(layout).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  std::uint8_t buffer[64];
+  std::uint32_t v = 0, locales[4];
+  const std::function<std::int32_t()> calls[] = {
+      [&] { return TMXGetMetadataInfo(p.file(), FourCC("@tit"), 0, &v); },
+      [&] { return TMXGetMetadataInfo(p.file(), FourCC("@nar"), 0, &v); },
+      [&] { return TMXGetMetadata(p.file(), FourCC("@tit"), buffer, 64); },
+      [&] { return TMXGetMetadata(p.file(), kCoverKey, buffer, 64); },
+      [&] { return TMXGetMetadata(p.file(), kCoverKey, buffer, 4); },
+      [&] { return TMXGetMetadata(p.file(), FourCC("@nar"), buffer, 64); },
+      [&] {
+        v = 64;
+        return TMXGetUseralias(p.file(), buffer, &v);
+      },
+      [&] {
+        v = 4;
+        return TMXGetMetadataLocaleList(p.file(), locales, &v);
+      },
+  };
+  ByteVec frame;
+  for (std::uint32_t i = 0; i < 24; ++i) {
+    const std::uint32_t before = p.stream().position();
+    calls[i % std::size(calls)]();
+    EXPECT_EQ(p.stream().position(), before) << "call " << i % std::size(calls);
+    ASSERT_EQ(p.Read(frame), TMX_OK);
+    EXPECT_EQ(frame, layout.tracks[0].samples[i]) << "frame " << i;
+  }
+}
+
+TEST(MetadataQueries, FailuresArePassedThroughAndLeakNothing) {
+  ByteVec ilst = Concat({Item(FourCC("cprt"), {Data(1, 0, "c")}),
+                         Item(kTitle, {Atom("name", V("n")), Data(1, kEn, "E"), Data(1, 0, "T")}),
+                         Item(FourCC("covr"), {Data(13, 0, "JPEG")}),
+                         Item(FourCC("ausr"), {Data(1, 0, "alias")})});
+  for (std::uint32_t i = 0; i < 20; ++i) {  // locales to grow the list past 16
+    const ByteVec item = Item(FourCC("many"), {Data(1, 500 + i, "x")});
+    ilst.insert(ilst.end(), item.begin(), item.end());
+  }
+  OpenProgramme p(Book(ilst));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  std::uint8_t buffer[32];
+  std::uint32_t v = 0, locales[32];
+  struct Case {
+    FaultCall call;
+    int allocations;  // made by the call
+  };
+  const Case cases[] = {
+      {{"info", [&] { return TMXGetMetadataInfo(p.file(), FourCC("@tit"), kDe, &v); }}, 0},
+      {{"text", [&] { return TMXGetMetadata(p.file(), FourCC("@tit"), buffer, 32); }}, 1},
+      {{"raw", [&] { return TMXGetMetadata(p.file(), kCoverKey, buffer, 32); }}, 0},
+      {{"alias",
+        [&] {
+          v = 32;
+          return TMXGetUseralias(p.file(), buffer, &v);
+        }},
+       1},
+      {{"locales",
+        [&] {
+          v = 32;
+          return TMXGetMetadataLocaleList(p.file(), locales, &v);
+        }},
+       2},  // the first block of 16 and its growth
+  };
+  for (const Case& c : cases) {
+    EXPECT_GE(FailEachRead(p.stream(), c.call), 4) << c.call.name;
+    EXPECT_EQ(FailEachAllocation(c.call), c.allocations) << c.call.name;
+  }
+}
+
+TEST(MetadataQueries, WithoutAHandlerEveryQueryIsRefused) {
+  OpenProgramme p(Book(Item(kTitle, {Data(1, 0, "T")}), 2));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  const FormatHandler* real = p.file()->formatHandler;
+  p.file()->formatHandler = &kNullHandler;
+  std::uint8_t buffer[8];
+  std::uint32_t v = 9, locales[2];
+  EXPECT_EQ(TMXGetMetadataInfo(p.file(), FourCC("@tit"), 0, &v), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(v, 0u);
+  EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), 1, FourCC("@tit"), 0, &v), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(TMXGetMetadata(p.file(), FourCC("@tit"), buffer, 8), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(TMXGetMetadata(p.file(), kCoverKey, buffer, 8), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(TMXGetChapterMetadata(p.file(), 0, FourCC("@tit"), buffer, 8), TMX_ERR_UNSUPPORTED);
+  v = 2;
+  EXPECT_EQ(TMXGetMetadataLocaleList(p.file(), locales, &v), TMX_ERR_UNSUPPORTED);
+  v = 8;
+  EXPECT_EQ(TMXGetUseralias(p.file(), buffer, &v), TMX_ERR_UNSUPPORTED);
+  p.file()->formatHandler = real;
+}
+
+}  // namespace
+}  // namespace tmx

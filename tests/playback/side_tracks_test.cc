@@ -1,0 +1,610 @@
+// Chapter titles, links and pictures through the exports, on programmes
+// from the writer and on hand-built samples.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "api/file.h"
+#include "container/format_handler.h"
+#include "support/fault_loops.h"
+#include "support/memory_stream.h"
+#include "support/mp4_builder.h"
+#include "util/alloc.h"
+#include "util/frame_time.h"
+#include "util/status.h"
+#include "writer/writer.h"
+
+namespace tmx {
+namespace {
+
+using namespace tmx::test;
+
+constexpr std::uint8_t kGuard = 0xA5;
+constexpr std::uint32_t kRate = 22050;
+constexpr std::uint32_t kFrames = 120;
+
+ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
+
+// A picture whose bytes tell it apart from the others.
+ByteVec Jpeg(std::size_t size, std::uint8_t seed) {
+  ByteVec b(size);
+  for (std::size_t i = 0; i < size; ++i) b[i] = std::uint8_t(seed + i * 13 + i / 7);
+  b[0] = 0xFF;
+  b[1] = 0xD8;
+  return b;
+}
+
+const ByteVec kHigh1 = Jpeg(300, 1), kHigh2 = Jpeg(5000, 2), kLow1 = Jpeg(120, 3),
+              kLow2 = Jpeg(900, 4);
+
+writer::SideTracks Side() {
+  writer::SideTracks side;
+  side.chapters = {
+      {0, "Erstes Kapitel"}, {1500, "Zweites: \u00DCber"}, {3000, "Drei \xE2\x82\xAC"}};
+  side.links = {{0, "Home", "http://example.com/"},
+                {2000, "Zweites Ziel \xC3\xA9", "https://ex.org/a"}};
+  side.pictures = {{0, 3, kHigh1}, {0, 1, kLow1}, {2500, 3, kHigh2}, {2500, 1, kLow2}};
+  return side;
+}
+
+ByteVec Written(const writer::SideTracks& side) {
+  writer::ProgrammeSpec layout;
+  layout.frames = MakeFrames(kFrames, 30);
+  layout.audioSpecificConfig = {0x13, 0x90};
+  layout.side = side;
+  layout.options.framesPerChunk = 5;
+  MemoryStream out;
+  EXPECT_EQ(writer::WriteProgramme(layout, out.stream()), TMX_OK);
+  return out.data();
+}
+
+// The time the writer stores for a start: rounded to the nearest frame.
+std::uint32_t Stored(std::uint32_t ms) {
+  const std::uint32_t frame = std::uint32_t((std::uint64_t(ms) * kRate + 512000) / 1024000);
+  return FramesToMs(frame, kRate, 1024);
+}
+
+class Programme {
+ public:
+  explicit Programme(const ByteVec& bytes) : stream_(std::make_unique<MemoryStream>(bytes)) {
+    rc_ = TMXOpenFile(&file_, stream_->stream(), nullptr);
+    if (rc_ != TMX_OK) file_ = nullptr;
+  }
+  ~Programme() {
+    if (file_) TMXCloseFile(file_);
+  }
+  std::int32_t rc() const { return rc_; }
+  TMXFile* f() const { return file_; }
+  MemoryStream& stream() { return *stream_; }
+
+ private:
+  std::unique_ptr<MemoryStream> stream_;
+  TMXFile* file_ = nullptr;
+  std::int32_t rc_ = 0;
+};
+
+struct Out {
+  std::int32_t rc;
+  ByteVec bytes;  // the whole buffer
+};
+
+// Calls `read` on a buffer of `capacity` bytes with guard bytes behind it.
+Out Guarded(std::uint32_t capacity,
+            const std::function<std::int32_t(std::uint8_t*, std::uint32_t)>& read) {
+  ByteVec buffer(capacity + 8, kGuard);
+  const std::int32_t rc = read(buffer.data(), capacity);
+  for (std::size_t i = capacity; i < buffer.size(); ++i)
+    EXPECT_EQ(buffer[i], kGuard) << "written past the buffer at " << i;
+  buffer.resize(capacity);
+  return {rc, buffer};
+}
+
+std::string UpToZero(const ByteVec& b, std::size_t from = 0) {
+  const auto begin = b.begin() + std::ptrdiff_t(from);
+  return std::string(begin, std::find(begin, b.end(), 0));
+}
+
+std::u16string Utf16At(const ByteVec& b, std::size_t from) {
+  std::u16string s((b.size() - from) / 2, u'\0');
+  std::memcpy(s.data(), b.data() + from, s.size() * 2);
+  return s.substr(0, s.find(u'\0'));
+}
+
+std::string Title(TMXFile* f, const TMXFrameInfo& record, std::uint32_t capacity) {
+  const Out o = Guarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
+    return TMXGetChapterText(f, &record, b, n);
+  });
+  return o.rc == TMX_OK ? UpToZero(o.bytes) : "<" + std::to_string(o.rc) + ">";
+}
+
+TEST(SideTracks, ArgumentChecks) {
+  TMXFrameInfo info{};
+  std::uint8_t buf[8];
+  std::uint32_t v = 0;
+  EXPECT_EQ(TMXGetLinkCount(nullptr, &v), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetChapterInfo(nullptr, 0, &info), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetLinkInfo(nullptr, 0, &info), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetLinkStartTime(nullptr, 0, &v), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetImageInfo(nullptr, 0, &info), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetImageStartTime(nullptr, 0, &v), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetChapterText(nullptr, &info, buf, 8), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetLink(nullptr, &info, buf, 8), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXGetEncodedImage(nullptr, &info, 0, buf, 8, &v), TMX_ERR_HANDLE);
+
+  Programme p(Written(Side()));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXFile* f = p.f();
+  EXPECT_EQ(TMXGetLinkCount(f, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetChapterInfo(f, 9, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetLinkInfo(f, 9, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetLinkStartTime(f, 9, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetImageInfo(f, 0, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetImageStartTime(f, 0, nullptr), TMX_ERR_ARGUMENT);
+
+  ASSERT_EQ(TMXGetLinkCount(f, &v), TMX_OK);
+  EXPECT_EQ(v, 2u);
+  EXPECT_EQ(TMXGetChapterInfo(f, 3, &info), TMX_ERR_INDEX);
+  EXPECT_EQ(TMXGetLinkInfo(f, 2, &info), TMX_ERR_INDEX);
+  EXPECT_EQ(TMXGetLinkStartTime(f, 2, &v), TMX_ERR_INDEX);
+
+  TMXFrameInfo title{}, link{}, image{};
+  ASSERT_EQ(TMXGetChapterInfo(f, 0, &title), TMX_OK);
+  ASSERT_EQ(TMXGetLinkInfo(f, 0, &link), TMX_OK);
+  ASSERT_EQ(TMXGetImageInfo(f, 0, &image), TMX_OK);
+  EXPECT_EQ(TMXGetChapterText(f, nullptr, buf, 8), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetChapterText(f, &title, nullptr, 8), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetChapterText(f, &title, buf, 0), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetLink(f, nullptr, buf, 8), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetLink(f, &link, nullptr, 8), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetEncodedImage(f, nullptr, 0, buf, 8, &v), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetEncodedImage(f, &image, 0, nullptr, 8, &v), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetEncodedImage(f, &image, 0, buf, 8, nullptr), TMX_ERR_ARGUMENT);
+  // Index checks of the readers use the record's index.
+  TMXFrameInfo beyond = title;
+  beyond.index = 3;
+  EXPECT_EQ(TMXGetChapterText(f, &beyond, buf, 8), TMX_ERR_INDEX);
+  beyond = link;
+  beyond.index = 2;
+  EXPECT_EQ(TMXGetLink(f, &beyond, buf, 64), TMX_ERR_INDEX);
+  // Pictures: the start is tested before the type.
+  EXPECT_EQ(TMXGetEncodedImage(f, &title, 0, buf, 8, &v), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetEncodedImage(f, &title, title.size, buf, 8, &v), TMX_ERR_NOT_FOUND);
+
+  // Lookups pass the handler's answer on.
+  const FormatHandler* real = f->formatHandler;
+  f->formatHandler = &kNullHandler;
+  EXPECT_EQ(TMXGetChapterInfo(f, 0, &info), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(TMXGetLinkInfo(f, 0, &info), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(TMXGetLinkStartTime(f, 0, &v), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(TMXGetImageInfo(f, 0, &info), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(TMXGetImageStartTime(f, 0, &v), TMX_ERR_UNSUPPORTED);
+  f->formatHandler = real;
+}
+
+TEST(SideTracks, ChapterTitlesInEveryFormat) {
+  Programme p(Written(Side()));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  const std::vector<std::string> utf8 = {"Erstes Kapitel", "Zweites: \u00DCber",
+                                         "Drei \xE2\x82\xAC"};
+  const std::vector<std::string> single = {"Erstes Kapitel", "Zweites: \334ber", "Drei "};
+  const std::vector<std::u16string> wide = {u"Erstes Kapitel", u"Zweites: \u00DCber",
+                                            u"Drei \u20AC"};
+  const std::uint32_t starts[] = {0, 1500, 3000};
+  for (std::uint32_t format : {0u, 1u, 2u, 3u, 7u}) {
+    SCOPED_TRACE(format);
+    ASSERT_EQ(TMXSetUnicodeFormat(p.f(), format), TMX_OK);
+    for (std::uint32_t i = 0; i < 3; ++i) {
+      TMXFrameInfo r{};
+      ASSERT_EQ(TMXGetChapterInfo(p.f(), i, &r), TMX_OK);
+      EXPECT_EQ(r.type, FourCC("text"));
+      EXPECT_EQ(r.index, i);
+      EXPECT_EQ(r.startTime, Stored(starts[i]));
+      const std::uint32_t length = std::uint32_t(utf8[i].size()) + 1;
+      EXPECT_EQ(r.size, format & 2 ? 2 * length : length);
+      const Out o = Guarded(r.size, [&](std::uint8_t* b, std::uint32_t n) {
+        return TMXGetChapterText(p.f(), &r, b, n);
+      });
+      ASSERT_EQ(o.rc, TMX_OK);
+      if (format == 1) {
+        EXPECT_EQ(UpToZero(o.bytes), utf8[i]);
+      } else if (format == 3) {
+        EXPECT_EQ(Utf16At(o.bytes, 0), wide[i]);
+      } else {
+        EXPECT_EQ(UpToZero(o.bytes), single[i]);
+      }
+    }
+  }
+  // Short buffers cut the title; a single byte holds the terminator alone.
+  TMXSetUnicodeFormat(p.f(), 1);
+  TMXFrameInfo r{};
+  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &r), TMX_OK);
+  EXPECT_EQ(Title(p.f(), r, 11), "Zweites: ");  // no half of the "Ü"
+  EXPECT_EQ(Title(p.f(), r, 1), "");
+}
+
+// A hand-built programme whose title samples are followed by chosen bytes.
+ByteVec TitlesWithTails(const std::vector<ByteVec>& samples) {
+  ProgrammeSpec layout;
+  TrackSpec audio;
+  audio.samples = MakeFrames(24);
+  audio.samplesPerChunk = 4;
+  audio.chap = {2};
+  layout.tracks.push_back(audio);
+  TrackSpec titles;
+  titles.id = 2;
+  titles.entry = "text";
+  titles.tkhdFlags = 0;
+  titles.samples = samples;
+  for (std::size_t i = 0; i < samples.size(); ++i) titles.stts.push_back({1, 4 * 1024});
+  layout.tracks.push_back(titles);
+  return BuildProgramme(layout).bytes;
+}
+
+TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
+  Programme p(TitlesWithTails({TextSample(""), Concat({TextSample("Ab"), V("XY")}),
+                               Concat({TextSample("Cd"), Be32(12), V("encd"), Be32(0x100)})}));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXFrameInfo r{};
+  for (std::uint32_t format : {0u, 1u, 3u}) {
+    SCOPED_TRACE(format);
+    TMXSetUnicodeFormat(p.f(), format);
+    ASSERT_EQ(TMXGetChapterInfo(p.f(), 0, &r), TMX_OK);
+    EXPECT_EQ(r.size, format == 3 ? 2u : 1u);
+    const Out o = Guarded(r.size, [&](std::uint8_t* b, std::uint32_t n) {
+      return TMXGetChapterText(p.f(), &r, b, n);
+    });
+    EXPECT_EQ(o.rc, TMX_OK);
+    EXPECT_EQ(o.bytes, ByteVec(r.size, 0));
+  }
+  // The size covers one character more than the title, so the read runs
+  // into the bytes behind it until the first zero byte.
+  TMXSetUnicodeFormat(p.f(), 0);
+  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &r), TMX_OK);
+  EXPECT_EQ(Title(p.f(), r, 16), "AbX");
+  ASSERT_EQ(TMXGetChapterInfo(p.f(), 2, &r), TMX_OK);
+  EXPECT_EQ(Title(p.f(), r, 16), "Cd");
+  TMXSetUnicodeFormat(p.f(), 3);
+  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &r), TMX_OK);
+  const Out o = Guarded(
+      16, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetChapterText(p.f(), &r, b, n); });
+  ASSERT_EQ(o.rc, TMX_OK);
+  EXPECT_EQ(Utf16At(o.bytes, 0), u"AbXY");
+
+  // A record of size 0 (as the older container describes every title):
+  // an empty string in any format and -25.
+  r.size = 0;
+  for (std::uint32_t capacity : {1u, 2u, 6u}) {
+    const Out e = Guarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
+      std::memset(b, 'x', n);
+      return TMXGetChapterText(p.f(), &r, b, n);
+    });
+    EXPECT_EQ(e.rc, TMX_ERR_NOT_FOUND);
+    for (std::uint32_t i = 0; i < capacity; ++i) EXPECT_EQ(e.bytes[i], i < 2 ? 0 : 'x') << i;
+  }
+}
+
+TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
+  Programme p(Written(Side()));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  const std::string address = "https://ex.org/a";  // 16 bytes: the caption starts at an odd offset
+  const std::string caption = "Zweites Ziel \xC3\xA9";
+  TMXFrameInfo r{};
+  for (std::uint32_t format : {0u, 1u, 2u, 3u}) {
+    SCOPED_TRACE(format);
+    TMXSetUnicodeFormat(p.f(), format);
+    ASSERT_EQ(TMXGetLinkInfo(p.f(), 1, &r), TMX_OK);
+    EXPECT_EQ(r.type, FourCC("tx3g"));
+    EXPECT_EQ(r.index, 1u);
+    EXPECT_EQ(r.startTime, Stored(2000));
+    // Caption length field, caption, "href" box with the address and an
+    // empty alternate text.
+    const std::uint32_t sample = 2 + std::uint32_t(caption.size()) + 14 + 16;
+    EXPECT_EQ(r.size, format & 2 ? sample + std::uint32_t(caption.size()) : sample);
+    const Out o =
+        Guarded(64, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+    ASSERT_EQ(o.rc, TMX_OK);
+    EXPECT_EQ(UpToZero(o.bytes), address);
+    if (format == 1) {
+      EXPECT_EQ(UpToZero(o.bytes, 17), caption);
+    } else if (format == 3) {
+      EXPECT_EQ(Utf16At(o.bytes, 17), u"Zweites Ziel \u00E9");
+    } else {
+      EXPECT_EQ(UpToZero(o.bytes, 17), "Zweites Ziel \xE9");
+    }
+  }
+  // Room for the address and its terminator only: the caption area has
+  // capacity 0 and stays untouched.
+  TMXSetUnicodeFormat(p.f(), 1);
+  const Out exact =
+      Guarded(17, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+  ASSERT_EQ(exact.rc, TMX_OK);
+  EXPECT_EQ(exact.bytes, Concat({V(address), ByteVec{0}}));
+  const Out cut =
+      Guarded(21, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+  ASSERT_EQ(cut.rc, TMX_OK);
+  EXPECT_EQ(UpToZero(cut.bytes, 17), "Zwe");
+  // The library never writes past the buffer: one without room for the
+  // address is refused.
+  EXPECT_EQ(
+      Guarded(16, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); }).rc,
+      TMX_ERR_BUFFER);
+}
+
+TEST(SideTracks, LinkStartTimesComeFromTheTitleTrack) {
+  auto side = Side();
+  side.links.push_back({4000, "Third link", "x"});
+  side.links.push_back({5000, "Fourth link", "y"});
+  Programme p(Written(side));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  for (std::uint32_t i = 0; i < 3; ++i) {
+    std::uint32_t ms = 1;
+    TMXFrameInfo title{}, link{};
+    ASSERT_EQ(TMXGetLinkStartTime(p.f(), i, &ms), TMX_OK);
+    ASSERT_EQ(TMXGetChapterInfo(p.f(), i, &title), TMX_OK);
+    ASSERT_EQ(TMXGetLinkInfo(p.f(), i, &link), TMX_OK);
+    EXPECT_EQ(ms, title.startTime) << i;
+    if (i > 0) {
+      EXPECT_NE(ms, link.startTime) << i;
+    }
+  }
+  // Link 3 exists, chapter 3 does not.
+  std::uint32_t ms = 1;
+  EXPECT_EQ(TMXGetLinkStartTime(p.f(), 3, &ms), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(ms, 1u);
+  EXPECT_EQ(TMXGetLinkStartTime(p.f(), 4, &ms), TMX_ERR_INDEX);
+  // Without chapter titles no link has a start time.
+  side.chapters.clear();
+  Programme q(Written(side));
+  EXPECT_EQ(TMXGetLinkStartTime(q.f(), 0, &ms), TMX_ERR_NOT_FOUND);
+}
+
+TEST(SideTracks, MalformedLinkSamples) {
+  auto href = [](const std::string& type, std::uint8_t length, const std::string& address) {
+    return Concat({Be32(std::uint32_t(13 + address.size())), V(type), ByteVec{0, 0, 0, 3, length},
+                   V(address)});
+  };
+  auto sample = [](const std::string& caption, const ByteVec& boxes) {
+    return Concat({TextSample(caption), boxes});
+  };
+  struct Case {
+    const char* name;
+    ByteVec sample;
+    std::int32_t rc;
+    std::string address, caption;
+  };
+  const Case cases[] = {
+      {"well formed", sample("Cap", href("href", 4, "abcd")), TMX_OK, "abcd", "Cap"},
+      {"no caption", sample("", href("href", 2, "ab")), TMX_OK, "ab", ""},
+      {"empty address", sample("Cap", href("href", 0, "")), TMX_OK, "", "Cap"},
+      {"capitals", sample("Cap", href("HREF", 4, "abcd")), TMX_ERR_NOT_FOUND, "", ""},
+      {"href second", sample("Cap", Concat({Atom("styl", Be32(0)), href("href", 4, "abcd")})),
+       TMX_ERR_NOT_FOUND, "", ""},
+      {"address past the sample", sample("Cap", href("href", 5, "abcd")), TMX_ERR_NOT_FOUND, "",
+       ""},
+      {"no room for the box", sample("Cap", ByteVec{0, 0, 0, 0x10, 'h', 'r', 'e'}),
+       TMX_ERR_NOT_FOUND, "", ""},
+      {"caption past the sample", ByteVec{0xFF, 0xFF, 'a'}, TMX_ERR_NOT_FOUND, "", ""},
+      {"one byte", ByteVec{0}, TMX_ERR_NOT_FOUND, "", ""},
+  };
+  ProgrammeSpec layout;
+  TrackSpec audio;
+  audio.samples = MakeFrames(40);
+  audio.samplesPerChunk = 4;
+  audio.chap = {3};
+  layout.tracks.push_back(audio);
+  TrackSpec links;
+  links.id = 3;
+  links.entry = "tx3g";
+  links.tkhdFlags = 0;
+  for (const Case& c : cases) {
+    links.samples.push_back(c.sample);
+    links.stts.push_back({1, 4 * 1024});
+  }
+  layout.tracks.push_back(links);
+  Programme p(BuildProgramme(layout).bytes);
+  ASSERT_EQ(p.rc(), TMX_OK);
+  for (std::uint32_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(cases[i].name);
+    TMXFrameInfo r{};
+    ASSERT_EQ(TMXGetLinkInfo(p.f(), i, &r), TMX_OK);
+    EXPECT_EQ(r.size, cases[i].sample.size());
+    const Out o =
+        Guarded(32, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+    EXPECT_EQ(o.rc, cases[i].rc);
+    if (o.rc == TMX_OK) {
+      EXPECT_EQ(UpToZero(o.bytes), cases[i].address);
+      EXPECT_EQ(UpToZero(o.bytes, cases[i].address.size() + 1), cases[i].caption);
+    }
+  }
+}
+
+// Reads a whole picture in pieces of `piece` bytes.
+ByteVec ReadPicture(TMXFile* f, const TMXFrameInfo& r, std::uint32_t piece) {
+  ByteVec all, buffer(piece);
+  std::uint32_t start = 0;
+  for (;;) {
+    std::uint32_t n = 0xDEAD;
+    const std::int32_t rc = TMXGetEncodedImage(f, &r, start, buffer.data(), piece, &n);
+    if (start >= r.size) {
+      EXPECT_EQ(rc, TMX_ERR_NOT_FOUND);
+      return all;
+    }
+    EXPECT_EQ(rc, TMX_OK);
+    EXPECT_EQ(n, std::min(piece, r.size - start));
+    if (rc != TMX_OK) return all;
+    all.insert(all.end(), buffer.begin(), buffer.begin() + n);
+    start += n;
+  }
+}
+
+TEST(SideTracks, PicturesAtEveryQualityInPiecesOfAnySize) {
+  auto reversed = Side();
+  reversed.pictures = {{0, 1, kLow1}, {0, 3, kHigh1}, {2500, 1, kLow2}, {2500, 3, kHigh2}};
+  struct Case {
+    const char* name;
+    writer::SideTracks side;
+    // The pictures delivered at quality 0 to 3 (null: -25).
+    const ByteVec* first[4];
+  };
+  const Case cases[] = {
+      // Tracks of levels 0xC0 (main) and 0x40.
+      {"high first", Side(), {&kHigh1, &kLow1, &kLow1, &kHigh1}},
+      // Levels 0x40 (main) and 0xC0: the passed-over last track is returned.
+      {"low first", reversed, {&kLow1, &kHigh1, &kHigh1, &kHigh1}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Programme p(Written(c.side));
+    ASSERT_EQ(p.rc(), TMX_OK);
+    std::uint32_t count = 0;
+    ASSERT_EQ(TMXGetImageCount(p.f(), &count), TMX_OK);
+    EXPECT_EQ(count, 2u);
+    for (std::uint32_t quality = 0; quality < 4; ++quality) {
+      SCOPED_TRACE(quality);
+      ASSERT_EQ(TMXSetImageQuality(p.f(), quality), TMX_OK);
+      const ByteVec& first = *c.first[quality];
+      const ByteVec& second = &first == &kHigh1 ? kHigh2 : kLow2;
+      TMXFrameInfo r{};
+      ASSERT_EQ(TMXGetImageInfo(p.f(), 0, &r), TMX_OK);
+      EXPECT_EQ(r.type, FourCC("jpeg"));
+      EXPECT_EQ(r.size, first.size());
+      EXPECT_EQ(r.startTime, 0u);
+      for (std::uint32_t piece : {1u, 7u, 64u, 299u, 300u, 4096u}) {
+        EXPECT_EQ(ReadPicture(p.f(), r, piece), first) << piece;
+      }
+      ASSERT_EQ(TMXGetImageInfo(p.f(), 1, &r), TMX_OK);
+      EXPECT_EQ(r.index, 1u);
+      EXPECT_EQ(ReadPicture(p.f(), r, 1000), second);
+      std::uint32_t ms = 0;
+      ASSERT_EQ(TMXGetImageStartTime(p.f(), 1, &ms), TMX_OK);
+      EXPECT_EQ(ms, Stored(2500));
+      EXPECT_EQ(ms, r.startTime);
+      // No range test: the handler answers for a picture that is not there.
+      EXPECT_EQ(TMXGetImageInfo(p.f(), 2, &r), TMX_ERR_NOT_FOUND);
+    }
+    TMXSetImageQuality(p.f(), 4);
+    TMXFrameInfo r{};
+    std::uint32_t ms = 0;
+    EXPECT_EQ(TMXGetImageInfo(p.f(), 0, &r), TMX_ERR_NOT_FOUND);
+    EXPECT_EQ(TMXGetImageStartTime(p.f(), 0, &ms), TMX_ERR_NOT_FOUND);
+  }
+  // Starting inside the picture with a larger buffer reads only the rest.
+  Programme p(Written(Side()));
+  TMXFrameInfo r{};
+  ASSERT_EQ(TMXGetImageInfo(p.f(), 0, &r), TMX_OK);
+  ByteVec buffer(1000, kGuard);
+  std::uint32_t n = 0;
+  ASSERT_EQ(TMXGetEncodedImage(p.f(), &r, 250, buffer.data(), 1000, &n), TMX_OK);
+  EXPECT_EQ(n, 50u);
+  EXPECT_EQ(ByteVec(buffer.begin(), buffer.begin() + 50),
+            ByteVec(kHigh1.begin() + 250, kHigh1.end()));
+  EXPECT_EQ(buffer[50], kGuard);
+  EXPECT_EQ(TMXGetEncodedImage(p.f(), &r, 300, buffer.data(), 1000, &n), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(TMXGetEncodedImage(p.f(), &r, 0xFFFFFFFF, buffer.data(), 1000, &n), TMX_ERR_NOT_FOUND);
+}
+
+// Walks the programme with every side track switched on. A side sample is
+// first read through a record that differs in one byte, which must leave
+// the reader (and the stream) where they are, then through the record
+// itself, which steps past it.
+TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
+  const auto side = Side();
+  Programme p(Written(side));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXFile* f = p.f();
+  TMXEnableChapterText(f);
+  TMXEnableChapterLinks(f);
+  TMXEnableChapterImages(f);
+  const auto frames = MakeFrames(kFrames, 30);
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> seen;  // type, index of side samples
+  std::uint32_t nextAudio = 0;
+  std::uint8_t buffer[8192];
+  TMXFrameInfo info{}, last{};
+  for (int steps = 0; steps < 400 && TMXGetNextFrameInfo(f, &info) == TMX_OK; ++steps) {
+    if (info.type == FourCC("mp4a")) {
+      ASSERT_EQ(info.index, nextAudio);
+      // Lookups of any side sample between frames leave the reader alone.
+      TMXFrameInfo title{}, link{}, image{};
+      std::uint32_t ms = 0, n = 0;
+      const std::uint32_t before = p.stream().position();
+      EXPECT_EQ(TMXGetChapterInfo(f, nextAudio % 3, &title), TMX_OK);
+      EXPECT_EQ(TMXGetLinkInfo(f, nextAudio % 2, &link), TMX_OK);
+      EXPECT_EQ(TMXGetImageInfo(f, nextAudio % 2, &image), TMX_OK);
+      EXPECT_EQ(TMXGetLinkStartTime(f, nextAudio % 2, &ms), TMX_OK);
+      EXPECT_EQ(TMXGetImageStartTime(f, nextAudio % 2, &ms), TMX_OK);
+      EXPECT_EQ(TMXGetChapterText(f, &title, buffer, sizeof buffer), TMX_OK);
+      EXPECT_EQ(TMXGetLink(f, &link, buffer, sizeof buffer), TMX_OK);
+      EXPECT_EQ(TMXGetEncodedImage(f, &image, 1, buffer, sizeof buffer, &n), TMX_OK);
+      EXPECT_EQ(p.stream().position(), before);
+      ASSERT_EQ(TMXGetEncodedAudio(f, buffer, sizeof buffer, &n), TMX_OK);
+      ASSERT_EQ(ByteVec(buffer, buffer + n), frames[nextAudio]);
+      ++nextAudio;
+      continue;
+    }
+    ASSERT_NE(std::memcmp(&info, &last, sizeof info), 0) << "reported twice";
+    last = info;
+    seen.push_back({info.type, info.index});
+    auto read = [&](const TMXFrameInfo& r) {
+      std::uint32_t n = 0;
+      if (info.type == FourCC("text")) return TMXGetChapterText(f, &r, buffer, sizeof buffer);
+      if (info.type == FourCC("tx3g")) return TMXGetLink(f, &r, buffer, sizeof buffer);
+      return TMXGetEncodedImage(f, &r, 0, buffer, sizeof buffer, &n);
+    };
+    for (std::size_t byte = 0; byte < sizeof info; byte += 5) {
+      TMXFrameInfo other = info;
+      reinterpret_cast<std::uint8_t*>(&other)[byte] ^= 1;
+      const std::uint32_t before = p.stream().position();
+      read(other);
+      EXPECT_EQ(p.stream().position(), before);
+      TMXFrameInfo again{};
+      ASSERT_EQ(TMXGetNextFrameInfo(f, &again), TMX_OK);
+      ASSERT_EQ(std::memcmp(&again, &info, sizeof info), 0) << "moved by byte " << byte;
+    }
+    ASSERT_EQ(read(info), TMX_OK);
+  }
+  EXPECT_EQ(nextAudio, kFrames);
+  // The samples at the start share frame 0 with the reader's first place
+  // and are passed over; the later ones of every track are reported.
+  const std::vector<std::pair<std::uint32_t, std::uint32_t>> expected = {
+      {FourCC("text"), 1}, {FourCC("tx3g"), 1}, {FourCC("jpeg"), 1}, {FourCC("text"), 2}};
+  EXPECT_EQ(seen, expected);
+}
+
+TEST(SideTracks, FailuresArePassedThroughAndLeakNothing) {
+  Programme p(Written(Side()));
+  ASSERT_EQ(p.rc(), TMX_OK);
+  TMXFrameInfo title{}, link{}, image{}, info{};
+  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &title), TMX_OK);
+  ASSERT_EQ(TMXGetLinkInfo(p.f(), 1, &link), TMX_OK);
+  ASSERT_EQ(TMXGetImageInfo(p.f(), 1, &image), TMX_OK);
+  std::uint8_t buffer[64];
+  std::uint32_t v = 0;
+  struct Case {
+    FaultCall call;
+    int allocations;  // made by the call
+  };
+  const Case cases[] = {
+      {{"chapter info", [&] { return TMXGetChapterInfo(p.f(), 1, &info); }}, 0},
+      {{"link start", [&] { return TMXGetLinkStartTime(p.f(), 1, &v); }}, 0},
+      {{"title", [&] { return TMXGetChapterText(p.f(), &title, buffer, 64); }}, 1},
+      {{"link", [&] { return TMXGetLink(p.f(), &link, buffer, 64); }}, 1},
+      {{"picture", [&] { return TMXGetEncodedImage(p.f(), &image, 10, buffer, 64, &v); }}, 0},
+  };
+  for (const Case& c : cases) {
+    EXPECT_GE(FailEachRead(p.stream(), c.call), 1) << c.call.name;
+    EXPECT_EQ(FailEachAllocation(c.call), c.allocations) << c.call.name;
+  }
+  // A picture read that fails reports nothing read.
+  p.stream().fail_read(1);
+  v = 77;
+  EXPECT_EQ(TMXGetEncodedImage(p.f(), &image, 0, buffer, 64, &v), TMX_ERR_READ);
+  EXPECT_EQ(v, 0u);
+  p.stream().fail_read(0);
+}
+
+}  // namespace
+}  // namespace tmx
