@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "container/legacy/handler.h"
 #include "container/mp4/handler.h"
 
 namespace tmx {
@@ -43,9 +44,9 @@ const FormatHandler* HandlerForFileType(std::uint32_t fileType) noexcept {
       &mp4::kMp4Handler,  // 1: MP4, other brand
       &mp4::kMp4Handler,  // 2: MP4, "m4b "
       &mp4::kMp4Handler,  // 3: MP4, "tmx "
-      &kNullHandler,      // 4: older container, codec 0xC00D
-      &kNullHandler,      // 5: older container, codec 0xC00C
-      &kNullHandler,      // 6: older container, codec 0xC010
+      &legacy::kHandler,  // 4: older container, codec 0xC00D
+      &legacy::kHandler,  // 5: older container, codec 0xC00C
+      &legacy::kHandler,  // 6: older container, codec 0xC010
       &kNullHandler,      // 7: older container, unknown codec
       &kNullHandler,      // 8: ID3-tagged stream
   };

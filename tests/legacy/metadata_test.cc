@@ -1,0 +1,158 @@
+// Metadata of the older container: the dictionary, the cover record, the
+// single locale and the original-title words.
+#include <gtest/gtest.h>
+
+#include "legacy/legacy_files.h"
+
+namespace tmx::legacy::test {
+namespace {
+
+ByteVec Bytes(const std::string& s) { return ByteVec(s.begin(), s.end()); }
+
+// The size TMXGetMetadataInfo reports; its code in *rc.
+std::uint32_t Needed(TMXFile* f, std::uint32_t key, std::int32_t* rc = nullptr) {
+  std::uint32_t size = 77;
+  const std::int32_t r = TMXGetMetadataInfo(f, key, 0, &size);
+  if (rc) *rc = r;
+  return size;
+}
+
+TEST(LegacyMetadata, DictionaryValuesAreSingleByteText) {
+  Book b(Write(Programme(4)));
+  EXPECT_EQ(b.Read(), Frame(0));
+  EXPECT_EQ(b.Text(FourCC("@tit")), "Bleak House");
+  EXPECT_EQ(b.Text(FourCC("@aut")), "Dickens");
+  EXPECT_EQ(b.Read(), Frame(1));  // lookups leave the reader where it was
+
+  const std::pair<std::uint32_t, std::uint32_t> sizes[] = {{0, 13}, {1, 19}, {3, 30}};
+  for (auto [format, size] : sizes) {
+    TMXSetUnicodeFormat(b.f(), format);
+    EXPECT_EQ(Needed(b.f(), FourCC("@tit")), size) << format;
+  }
+  // A name the dictionary lacks, and a key outside the table (the empty
+  // name), are found empty.
+  std::int32_t rc = 0;
+  EXPECT_EQ(Needed(b.f(), FourCC("@nar"), &rc), 0u);
+  EXPECT_EQ(rc, TMX_OK);
+  EXPECT_EQ(Needed(b.f(), FourCC("zzzz"), &rc), 0u);
+  EXPECT_EQ(rc, TMX_OK);
+
+  std::uint32_t size = 5;
+  EXPECT_EQ(TMXGetChapterMetadataInfo(b.f(), 0, FourCC("@tit"), 0, &size), TMX_ERR_INDEX);
+  EXPECT_EQ(size, 0u);
+}
+
+TEST(LegacyMetadata, NamesCompareByTheirFirst31Characters) {
+  LegacyProgramme p = Programme(2);
+  p.dictionary = {
+      {"title" + std::string(30, 'x'), Bytes("Longer name")},
+      {std::string("title\0\0\0", 8), Bytes("Padded")},
+      // What follows the first 31 characters is not read.
+      {"author" + std::string(25, '\0') + "zzzz", Bytes("Cut")},
+      // The walk steps over the whole of a long name.
+      {std::string(200, 'n'), Bytes("Skipped")},
+      {"narrator", Bytes("Reader")},
+      {std::string("\0abc", 4), Bytes("Unnamed")},
+  };
+  Book b(Write(p));
+  EXPECT_EQ(b.Text(FourCC("@tit")), "Padded");
+  EXPECT_EQ(b.Text(FourCC("@aut")), "Cut");
+  EXPECT_EQ(b.Text(FourCC("@nar")), "Reader");
+  EXPECT_EQ(b.Text(FourCC("zzzz")), "Unnamed");
+}
+
+TEST(LegacyMetadata, BrokenDictionariesEndTheLookup) {
+  LegacyLayout l;
+  const ByteVec good = Write(Programme(2), &l);
+  // Count, then "title" (9 + 5 + 11 bytes), then "author" (9 + 6 + 7).
+  const std::uint32_t dictionary = l.records[2].offset, author = dictionary + 4 + 25;
+  const struct {
+    const char* what;
+    std::uint32_t at, value;
+    std::int32_t author, missing;  // for "@aut" (second) and "@nar" (absent)
+  } cases[] = {
+      {"nonzero leading byte", author, 0x01000000, TMX_ERR_NOT_FOUND, TMX_ERR_NOT_FOUND},
+      {"value past the record", author + 5, 8, TMX_ERR_NOT_FOUND, TMX_ERR_NOT_FOUND},
+      {"more entries than the record holds", dictionary, 3, TMX_OK, TMX_ERR_NOT_FOUND},
+      {"no dictionary", l.records[2].entryPos, 9, TMX_ERR_END, TMX_ERR_END},
+      {"dictionary past the file", l.records[2].entryPos + 8, l.fileSize, TMX_ERR_INCONSISTENT,
+       TMX_ERR_INCONSISTENT},
+  };
+  for (const auto& c : cases) {
+    ByteVec bytes = good;
+    // The leading byte shares its word with the name length's top bytes.
+    Put32(bytes, c.at, c.value);
+    Book b(bytes);
+    std::int32_t rc = 0;
+    Needed(b.f(), FourCC("@aut"), &rc);
+    EXPECT_EQ(rc, c.author) << c.what;
+    EXPECT_EQ(Needed(b.f(), FourCC("@nar"), &rc), 0u);
+    EXPECT_EQ(rc, c.missing) << c.what;
+  }
+}
+
+TEST(LegacyMetadata, CoverPicture) {
+  LegacyProgramme p = Programme(2);
+  for (int i = 0; i < 300; ++i) p.cover.push_back(std::uint8_t(i * 7));
+  LegacyLayout l;
+  const ByteVec good = Write(p, &l);
+  {
+    Book b(good);
+    EXPECT_EQ(Needed(b.f(), FourCC("@car")), 300u);
+    ByteVec buffer(300);
+    EXPECT_EQ(TMXGetMetadata(b.f(), FourCC("@car"), buffer.data(), 299), TMX_ERR_BUFFER);
+    EXPECT_EQ(TMXGetMetadata(b.f(), FourCC("@car"), buffer.data(), 300), TMX_OK);
+    EXPECT_EQ(buffer, p.cover);
+  }
+  const std::uint32_t record = l.records[11].offset, entry = l.records[11].entryPos;
+  const struct {
+    const char* what;
+    std::uint32_t at, value;
+    std::int32_t expected;
+  } cases[] = {
+      {"picture not behind the fields", record + 4, record + 9, TMX_ERR_INCONSISTENT},
+      {"picture one byte short of the record", record, 299, TMX_ERR_INCONSISTENT},
+      {"record one byte short of the picture", entry + 8, 307, TMX_ERR_INCONSISTENT},
+      {"no cover", entry, 9, TMX_ERR_END},
+  };
+  for (const auto& c : cases) {
+    ByteVec bytes = good;
+    Put32(bytes, c.at, c.value);
+    std::int32_t rc = 0;
+    EXPECT_EQ(Needed(Book(bytes).f(), FourCC("@car"), &rc), 0u);
+    EXPECT_EQ(rc, c.expected) << c.what;
+  }
+}
+
+TEST(LegacyMetadata, TheOnlyLocaleIsZero) {
+  Book b(Write(Programme(2)));
+  std::uint32_t locales[4] = {5, 5, 5, 5}, count = 4;
+  EXPECT_EQ(TMXGetMetadataLocaleList(b.f(), locales, &count), TMX_OK);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(locales[0], 0u);
+  // An array without room is left alone.
+  locales[0] = 5;
+  count = 0;
+  EXPECT_EQ(TMXGetMetadataLocaleList(b.f(), locales, &count), TMX_ERR_BUFFER);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(locales[0], 5u);
+}
+
+TEST(LegacyMetadata, OriginalTitleComesFromTheHeaderRecord) {
+  LegacyProgramme p = Programme(2);
+  p.headerWords = {11, 22, 33, 44};
+  for (std::uint16_t version : {1, 0}) {
+    p.version = version;
+    Book b(Write(p));
+    std::vector<std::uint32_t> w(7, 9);
+    EXPECT_EQ(TMXGetOriginalTitle(b.f(), &w[0], &w[1], &w[2], &w[3], &w[4], &w[5], &w[6]), TMX_OK);
+    // Version 0 leaves the other six words untouched.
+    const std::vector<std::uint32_t> expected =
+        version ? std::vector<std::uint32_t>{1, 0, 0x57907536, 11, 22, 33, 44}
+                : std::vector<std::uint32_t>{0, 9, 9, 9, 9, 9, 9};
+    EXPECT_EQ(w, expected);
+  }
+}
+
+}  // namespace
+}  // namespace tmx::legacy::test
