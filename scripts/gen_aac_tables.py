@@ -72,6 +72,84 @@ def huffman_tree(codes, lengths):
     return flat
 
 
+# Root index bits of each book's lookup table (scalefactor book first).
+LOOKUP_BITS = [8, 8, 9, 8, 8, 8, 8, 8, 8, 9, 9, 10]
+LOOKUP_LINK = 0x20
+
+
+def book_values(book, index):
+    """The values of codeword `index` of a spectral book, before any sign bits."""
+    if book["dimension"] == 4:
+        v = [index // 27, (index // 9) % 3, (index // 3) % 3, index % 3]
+    else:
+        mod = 9 if book["signed"] else book["lav"] + 1
+        v = [index // mod, index % mod]
+    if book["signed"]:
+        v = [x - book["lav"] for x in v]
+    return v
+
+
+def expanded_codes(book, spectral):
+    """(code, length, payload) of every word; an unsigned book's words are
+    extended by their sign bits (one per nonzero value, in order, 1 negative),
+    so that one lookup gives signed values. The payload is the scalefactor
+    index, or the values as 6-bit two's complement fields from bit 26 down."""
+    out = []
+    for index, (code, length) in enumerate(zip(book["codes"], book["lengths"])):
+        if not spectral:
+            out.append((code, length, index))
+            continue
+        values = book_values(book, index)
+        nonzero = [i for i, x in enumerate(values) if x] if not book["signed"] else []
+        for signs in range(1 << len(nonzero)):
+            v = list(values)
+            for j, i in enumerate(nonzero):
+                if (signs >> (len(nonzero) - 1 - j)) & 1:
+                    v[i] = -v[i]
+            payload = 0
+            for i, x in enumerate(v):
+                assert -32 <= x < 32
+                payload |= (x & 63) << (26 - 6 * i)
+            out.append(((code << len(nonzero)) | signs, length + len(nonzero), payload >> 8))
+    return out
+
+
+def lookup_table(codes, bits):
+    """Two-level lookup table of a prefix code, indexed by the next `bits` bits.
+    Entry: payload << 8 | length (the whole word) for a word, or
+    offset << 8 | LOOKUP_LINK | s for a second-level table of 2^s entries at
+    `offset`, indexed by the s bits after the first `bits`."""
+    root = [None] * (1 << bits)
+    long_words = {}
+    for code, length, payload in codes:
+        assert length < 32 and payload < (1 << 24)
+        if length <= bits:
+            first = code << (bits - length)
+            for i in range(1 << (bits - length)):
+                assert root[first + i] is None
+                root[first + i] = (payload << 8) | length
+        else:
+            long_words.setdefault(code >> (length - bits), []).append((code, length, payload))
+    table = root
+    for prefix in sorted(long_words):
+        words = long_words[prefix]
+        sub = max(length for _, length, _ in words) - bits
+        offset = len(table)
+        assert root[prefix] is None and sub < 32
+        root[prefix] = (offset << 8) | LOOKUP_LINK | sub
+        entries = [None] * (1 << sub)
+        for code, length, payload in words:
+            rest = code & ((1 << (length - bits)) - 1)
+            first = rest << (sub - (length - bits))
+            for i in range(1 << (sub - (length - bits))):
+                assert entries[first + i] is None
+                entries[first + i] = (payload << 8) | length
+        table += entries
+    assert all(e is not None for e in table), "incomplete code"
+    assert len(table) < (1 << 24)
+    return table
+
+
 def fmt(values, per_line=8):
     items = [str(v) for v in values]
     lines = []
@@ -102,11 +180,13 @@ def main(argv):
     books = [("Scalefactor", t["scalefactor"])]
     for n in range(1, 12):
         books.append(("Spectral%d" % n, t["spectral"][str(n)]))
-    for name, book in books:
+    for n, (name, book) in enumerate(books):
         tree = huffman_tree(book["codes"], book["lengths"])
         w("const std::uint32_t k%sCodes[] = {\n%s\n};" % (name, fmt(book["codes"], 10)))
         w("const std::uint8_t k%sLengths[] = {\n%s\n};" % (name, fmt(book["lengths"], 20)))
         w("const std::uint16_t k%sTree[] = {\n%s\n};" % (name, fmt(tree, 12)))
+        lookup = lookup_table(expanded_codes(book, n > 0), LOOKUP_BITS[n])
+        w("const std::uint32_t k%sLookup[] = {\n%s\n};" % (name, fmt(lookup, 8)))
         w("")
 
     # Band offsets.
@@ -121,14 +201,14 @@ def main(argv):
       ", ".join(str(x) for x in t["sampling_frequencies"]))
     w("")
     w("const HuffmanBook kScalefactorBook = {kScalefactorCodes, kScalefactorLengths, kScalefactorTree, "
-      "%d, 1, 60, false, false};" % len(t["scalefactor"]["codes"]))
+      "kScalefactorLookup, %d, 1, 60, false, false, %d};" % (len(t["scalefactor"]["codes"]), LOOKUP_BITS[0]))
     w("const HuffmanBook kSpectralBooks[12] = {")
-    w("    {nullptr, nullptr, nullptr, 0, 0, 0, false, false},")
+    w("    {nullptr, nullptr, nullptr, nullptr, 0, 0, 0, false, false, 0},")
     for n in range(1, 12):
         b = t["spectral"][str(n)]
-        w("    {kSpectral%dCodes, kSpectral%dLengths, kSpectral%dTree, %d, %d, %d, %s, %s}," % (
-            n, n, n, len(b["codes"]), b["dimension"], b["lav"],
-            "true" if b["signed"] else "false", "true" if b["escape"] else "false"))
+        w("    {kSpectral%dCodes, kSpectral%dLengths, kSpectral%dTree, kSpectral%dLookup, %d, %d, %d, %s, %s, %d}," % (
+            n, n, n, n, len(b["codes"]), b["dimension"], b["lav"],
+            "true" if b["signed"] else "false", "true" if b["escape"] else "false", LOOKUP_BITS[n]))
     w("};")
     w("")
     for kind in ("long", "short"):
@@ -158,6 +238,21 @@ def main(argv):
         a = -2 * math.pi * k / 512
         tw += [q(math.cos(a), 31), q(math.sin(a), 31)]
     w("const std::int32_t kFftTwiddle[512] = {\n%s\n};" % fmt(tw, 6))
+    w("")
+    # Radix-4 twiddles of the stages that build DFTs of L = 16, 64 and 256
+    # points, w = exp(-2 pi i / L): w^k for k < L / 4, then w^2k, then w^3k,
+    # Q31 (re, im) pairs, the stages one after the other.
+    r4 = []
+    for size in (16, 64, 256):
+        for j in (1, 2, 3):
+            for k in range(size // 4):
+                a = -2 * math.pi * j * k / size
+                r4 += [q(math.cos(a), 31), q(math.sin(a), 31)]
+    w("const std::int32_t kFftRadix4Twiddle[%d] = {\n%s\n};" % (len(r4), fmt(r4, 6)))
+    w("")
+    # Bit reversal of 9-bit indexes.
+    rev = [int(format(i, "09b")[::-1], 2) for i in range(512)]
+    w("const std::uint16_t kBitReverse512[512] = {\n%s\n};" % fmt(rev, 16))
     w("")
     # DCT-IV pre- and post-twiddles for M = 1024 and 128 coefficients, Q31 pairs:
     # pre exp(-i pi (4p + 1) / 4M), post exp(-i pi p / M), p < M / 2.

@@ -57,17 +57,22 @@ inline Flag speech = 0;      // speech decoder
 
 template <Flag& Overflow>
 struct BasicOps {
-  // 32-bit value to 16 bits, saturated.
+  // 32-bit value to 16 bits, saturated. (One test for the common case: the
+  // value is in range exactly when it survives the narrowing.)
   static Word16 sat16(Word32 x) noexcept {
-    if (x > kMax16) return Overflow = 1, kMax16;
-    if (x < kMin16) return Overflow = 1, kMin16;
-    return static_cast<Word16>(x);
+    const Word16 y = static_cast<Word16>(x);
+    if (y == x) [[likely]]
+      return y;
+    Overflow = 1;
+    return x > 0 ? kMax16 : kMin16;
   }
-  // 64-bit value to 32 bits, saturated.
+  // 64-bit value to 32 bits, saturated (tested as sat16).
   static Word32 Sat32(std::int64_t x) noexcept {
-    if (x > kMax32) return Overflow = 1, kMax32;
-    if (x < kMin32) return Overflow = 1, kMin32;
-    return static_cast<Word32>(x);
+    const Word32 y = static_cast<Word32>(x);
+    if (y == x) [[likely]]
+      return y;
+    Overflow = 1;
+    return x > 0 ? kMax32 : kMin32;
   }
 
   // 16+16 -> 16 bits, saturated.

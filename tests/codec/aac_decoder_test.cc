@@ -6,10 +6,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <random>
 #include <vector>
 
 #include "aac_test_util.h"
+#include "codec/aac/cpu.h"
 #include "codec/aac/filterbank.h"
 #include "codec/aac/spectrum.h"
 #include "codec/aac/tables.h"
@@ -415,6 +419,122 @@ TEST(AacFilterbank, InverseMdctAgreesWithTheDirectSum) {
     EXPECT_LT(peak, 32768) << "m " << m;
     EXPECT_LT(worst / 4096.0, 0.004) << "m " << m;  // a small fraction of a sample step
     RecordProperty("worst_m" + std::to_string(m), std::to_string(worst / 4096.0));
+  }
+}
+
+// Runs f once with the vector code (where the processor has it) and once with
+// the portable code; both results must be equal.
+template <class F>
+void ExpectBothPathsAgree(F&& f) {
+  UsePortableCode(false);
+  const auto vector = f();
+  UsePortableCode(true);
+  const auto portable = f();
+  UsePortableCode(false);
+  EXPECT_EQ(vector, portable);
+}
+
+// Magnitudes from small to full scale, so that the vector code's range checks
+// pass for some and fail (handing stages to the portable code) for others.
+const int kMagnitudeShifts[] = {4, 12, 20, 25, 26, 27, 28, 29, 30, 31};
+
+TEST(AacVectorCode, TransformAgreesWithThePortableCode) {
+  std::mt19937 rng(5);
+  for (const int m : {128, 1024}) {
+    for (const int bits : kMagnitudeShifts) {
+      for (int trial = 0; trial < 4; ++trial) {
+        SCOPED_TRACE(::testing::Message() << "m " << m << " bits " << bits << " trial " << trial);
+        std::vector<std::int32_t> coef(m);
+        for (auto& c : coef) {
+          c = static_cast<std::int32_t>(rng()) >> (32 - bits);
+          if (trial == 1) c = (c & 1) ? c : 0;  // sparse
+        }
+        if (trial == 2) coef.assign(m, bits == 31 ? INT32_MIN : -(1 << (bits - 1)));
+        if (trial == 3) coef[rng() % m] = INT32_MAX;
+        ExpectBothPathsAgree([&] {
+          std::vector<std::int32_t> c(coef), out(2 * m), fft(1024);
+          InverseMdct(c.data(), m, out.data(), fft.data());
+          return out;
+        });
+      }
+    }
+  }
+}
+
+TEST(AacVectorCode, LongWindowAgreesWithThePortableCode) {
+  std::mt19937 rng(6);
+  for (const int bits : kMagnitudeShifts) {
+    for (const int stride : {1, 2}) {
+      for (const int shape : {0, 1}) {
+        SCOPED_TRACE(::testing::Message() << "bits " << bits << " stride " << stride);
+        IcsInfo ics{};
+        ics.windowSequence = kOnlyLong;
+        ics.windowShape = static_cast<std::uint8_t>(shape);
+        ChannelHistory start{};
+        for (auto& o : start.overlap) o = static_cast<std::int32_t>(rng()) >> (32 - bits);
+        start.previousShape = static_cast<std::uint8_t>(1 - shape);
+        std::vector<std::int32_t> coef(1024);
+        for (auto& c : coef) c = static_cast<std::int32_t>(rng()) >> (32 - bits);
+        ExpectBothPathsAgree([&] {
+          std::vector<std::int32_t> c(coef);
+          ChannelHistory history = start;
+          std::vector<FilterbankWork> work(1);
+          std::vector<std::int16_t> pcm(2048, 3);
+          // Channel 1 of a pair ends on the buffer's last sample.
+          SynthesizeChannel(ics, c.data(), &history, work.data(), pcm.data() + stride - 1, stride);
+          std::vector<std::int32_t> all(pcm.begin(), pcm.end());
+          all.insert(all.end(), history.overlap, history.overlap + 1024);
+          return all;
+        });
+      }
+    }
+  }
+}
+
+TEST(AacVectorCode, InverseQuantisationAgreesWithThePortableCode) {
+  std::mt19937 rng(7);
+  for (int trial = 0; trial < 400; ++trial) {
+    ChannelStream cs{};
+    cs.ics.windowSequence = kOnlyLong;
+    cs.ics.numWindows = 1;
+    cs.ics.numGroups = 1;
+    cs.ics.groupLength[0] = 1;
+    cs.ics.numSwb = kNumSwbLong[kRate44k];
+    cs.ics.maxSfb = cs.ics.numSwb;
+    cs.ics.swbOffset = kSwbOffsetLong[kRate44k];
+    cs.ics.windowLength = 1024;
+    cs.pulsePresent = trial % 5 == 0;
+    std::vector<std::int32_t> q(1024);
+    for (int b = 0; b < cs.ics.maxSfb; ++b) {
+      const int type = 1 + static_cast<int>(rng() % 11);
+      cs.bandType[0][b] = static_cast<std::uint8_t>(type);
+      cs.scale[0][b] = static_cast<std::int16_t>(rng() % 256);
+      const int lav = type == 11 ? (rng() % 4 == 0 ? 8191 : 16) : kSpectralBooks[type].lav;
+      for (int k = cs.ics.swbOffset[b]; k < cs.ics.swbOffset[b + 1]; ++k) {
+        q[k] = static_cast<std::int32_t>(rng() % (2 * lav + 1)) - lav;
+        if (cs.pulsePresent && rng() % 50 == 0) q[k] += q[k] < 0 ? -15 : 15;
+      }
+    }
+    ExpectBothPathsAgree([&] {
+      std::vector<std::int32_t> c(q);
+      Dequantize(cs, c.data());
+      return c;
+    });
+    // Either way the lines are sign(q) |q|^(4/3) 2^((sf - 100) / 4) in Q3,
+    // rounded from the Pow43 mantissa and saturated.
+    std::vector<std::int32_t> got(q);
+    Dequantize(cs, got.data());
+    for (int b = 0; b < cs.ics.maxSfb; ++b) {
+      const int s = cs.scale[0][b] - 100;
+      const double gain = std::round(std::pow(2.0, (s & 3) / 4.0) * (1 << 30));  // Q30
+      for (int k = cs.ics.swbOffset[b]; k < cs.ics.swbOffset[b + 1]; ++k) {
+        int frac = 0;
+        const std::uint32_t mant = Pow43(static_cast<std::uint32_t>(std::abs(q[k])), &frac);
+        const double v = std::floor(std::ldexp(mant * gain, (s >> 2) - frac - 27) + 0.5);
+        const double want = (q[k] < 0 ? -1 : 1) * std::min(v, 2147483647.0);
+        ASSERT_EQ(got[k], want) << "trial " << trial << " band " << b << " line " << k;
+      }
+    }
   }
 }
 

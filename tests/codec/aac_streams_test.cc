@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "aac_test_util.h"
+#include "codec/aac/cpu.h"
 #include "codec/aac/decoder.h"
 #include "tmxsdk.h"
 
@@ -109,6 +110,18 @@ TEST_P(AacStreams, MatchTheReferenceDecode) {
     EXPECT_NEAR(10 * std::log10(a / b), 0.0, 0.5) << "frame " << start / frameSamples;
   }
   EXPECT_GT(compared, 10);
+}
+
+// The portable code decodes every clip exactly as the vector code does.
+TEST_P(AacStreams, PortableCodeDecodesAlike) {
+  const Clip& clip = GetParam();
+  const auto frames = SplitAdts(ReadFile(DataPath(std::string(clip.name) + ".aac")));
+  ASSERT_GT(frames.size(), 10u);
+  UsePortableCode(true);
+  const Decoded portable = DecodeClip(clip, frames);
+  UsePortableCode(false);
+  const Decoded vector = DecodeClip(clip, frames);
+  EXPECT_EQ(portable.pcm, vector.pcm);
 }
 
 INSTANTIATE_TEST_SUITE_P(Clips, AacStreams, ::testing::ValuesIn(kClips),

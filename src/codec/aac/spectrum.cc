@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "codec/aac/cpu.h"
 #include "codec/aac/tables.h"
 #include "codec/basicop.h"
 
@@ -63,7 +64,83 @@ std::uint32_t Pow43(std::uint32_t q, int* fracBits) noexcept {
   return static_cast<std::uint32_t>(base + ((base * corr + (1u << 29)) >> 30));
 }
 
+namespace {
+
+// One line: sign(q) |q|^(4/3) gain 2^e in Q3, gain Q30; the general case
+// (any |q| up to 8206, any exponent).
+Word32 DequantizeLine(std::int32_t q, std::uint64_t gain, int e) noexcept {
+  if (q == 0) return 0;
+  int frac;
+  const std::uint32_t mant = Pow43(static_cast<std::uint32_t>(q < 0 ? -q : q), &frac);
+  // mant (Q frac) * gain (Q30) * 2^e -> Q3
+  const int shift = frac + 27 - e;
+  Word32 v;
+  if (shift <= 0) {
+    v = Op::Sat32(std::int64_t{kMax32} + 1);
+  } else if (shift >= 64) {
+    v = 0;
+  } else {
+    const std::uint64_t p = mant * gain;  // < 2^63
+    const std::uint64_t r = (p + (std::uint64_t{1} << (shift - 1))) >> shift;
+    v = Op::Sat32(static_cast<std::int64_t>(std::min<std::uint64_t>(r, std::uint64_t{1} << 32)));
+  }
+  return q < 0 ? -v : v;
+}
+
+// Lines of one band whose results are known to fit in 31 bits (every
+// |q| < kPow43Size, shift 1 to 63): sign(q) ((kPow43[|q|] gain +
+// 2^(shift - 1)) >> shift), as DequantizeLine gives when nothing saturates.
+void DequantizeLines(std::int32_t* line, int count, std::uint64_t gain, int shift) noexcept {
+  const std::uint64_t half = std::uint64_t{1} << (shift - 1);
+  for (int k = 0; k < count; ++k) {
+    const std::int32_t q = line[k];
+    const std::int32_t sign = q >> 31;  // 0 or -1
+    const auto v = static_cast<std::int32_t>((kPow43[(q ^ sign) - sign] * gain + half) >> shift);
+    line[k] = (v ^ sign) - sign;
+  }
+}
+
+#ifdef TMX_AAC_AVX2
+// DequantizeLines, 8 lines at a time (count a multiple of 4).
+TMX_AVX2 void DequantizeLinesAvx2(std::int32_t* line, int count, std::uint64_t gain,
+                                  int shift) noexcept {
+  const int* table = reinterpret_cast<const int*>(kPow43);
+  const __m256i g = _mm256_set1_epi64x(static_cast<std::int64_t>(gain));  // < 2^31
+  const __m256i half =
+      _mm256_set1_epi64x(static_cast<std::int64_t>(std::uint64_t{1} << (shift - 1)));
+  const __m128i count64 = _mm_cvtsi32_si128(shift);
+  int k = 0;
+  for (; k + 8 <= count; k += 8) {
+    const __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(line + k));
+    const __m256i mant = _mm256_i32gather_epi32(table, _mm256_abs_epi32(q), 4);
+    const __m256i even =
+        _mm256_srl_epi64(_mm256_add_epi64(_mm256_mul_epu32(mant, g), half), count64);
+    const __m256i odd = _mm256_srl_epi64(
+        _mm256_add_epi64(_mm256_mul_epu32(_mm256_srli_epi64(mant, 32), g), half), count64);
+    const __m256i v = _mm256_blend_epi32(even, _mm256_slli_epi64(odd, 32), 0xAA);
+    const __m256i sign = _mm256_srai_epi32(q, 31);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(line + k),
+                        _mm256_sub_epi32(_mm256_xor_si256(v, sign), sign));
+  }
+  if (k < count) DequantizeLines(line + k, count - k, gain, shift);
+}
+#endif
+
+// OR of |q| over a band's lines (at least their largest magnitude), capped
+// at 2^30.
+std::uint32_t OrMagnitudes(const std::int32_t* line, int count) noexcept {
+  std::uint32_t acc = 0;
+  for (int k = 0; k < count; ++k) {
+    const std::int32_t q = line[k];
+    acc |= static_cast<std::uint32_t>((q ^ (q >> 31)) - (q >> 31));
+  }
+  return acc > (1u << 30) ? (1u << 30) : acc;
+}
+
+}  // namespace
+
 void Dequantize(const ChannelStream& cs, std::int32_t* coef) noexcept {
+  const bool avx2 = UseAvx2();
   const IcsInfo& ics = cs.ics;
   int window = 0;
   for (int g = 0; g < ics.numGroups; ++g) {
@@ -73,27 +150,28 @@ void Dequantize(const ChannelStream& cs, std::int32_t* coef) noexcept {
       const int s = cs.scale[g][b] - 100;
       const std::uint64_t gain = static_cast<std::uint64_t>(kPow2Quarter[s & 3]);  // Q30
       const int e = s >> 2;
+      // Lines below kPow43Size in magnitude take kPow43 (Q18) directly: the
+      // product Q18 * Q30 = Q48 goes to Q3 by a right shift of 45 - e. The
+      // book's largest value bounds a band's lines unless pulses were added
+      // or the book has escapes; the lines themselves bound them then.
+      const int shift = 45 - e;  // 7 .. 70 for scalefactors 0 .. 255
+      const bool bounded = type < 11 && !cs.pulsePresent;
       ForBandLines(ics, window, g, b, coef, [&](std::int32_t* line, int count, int) {
-        for (int k = 0; k < count; ++k) {
-          const std::int32_t q = line[k];
-          if (q == 0) continue;
-          int frac;
-          const std::uint32_t mant = Pow43(static_cast<std::uint32_t>(q < 0 ? -q : q), &frac);
-          // mant (Q frac) * gain (Q30) * 2^e -> Q3
-          const int shift = frac + 27 - e;
-          Word32 v;
-          if (shift <= 0) {
-            v = Op::Sat32(std::int64_t{kMax32} + 1);
-          } else if (shift >= 64) {
-            v = 0;
-          } else {
-            const std::uint64_t p = mant * gain;  // < 2^63
-            const std::uint64_t r = (p + (std::uint64_t{1} << (shift - 1))) >> shift;
-            v = Op::Sat32(
-                static_cast<std::int64_t>(std::min<std::uint64_t>(r, std::uint64_t{1} << 32)));
+        const std::uint32_t largest =
+            bounded ? kSpectralBooks[type].lav : OrMagnitudes(line, count);
+        if (shift < 64 && largest < static_cast<std::uint32_t>(kPow43Size) &&
+            ((kPow43[largest] * gain + (std::uint64_t{1} << (shift - 1))) >> shift) <=
+                static_cast<std::uint64_t>(kMax32)) {
+#ifdef TMX_AAC_AVX2
+          if (avx2) {
+            DequantizeLinesAvx2(line, count, gain, shift);
+            return;
           }
-          line[k] = q < 0 ? -v : v;
+#endif
+          DequantizeLines(line, count, gain, shift);
+          return;
         }
+        for (int k = 0; k < count; ++k) line[k] = DequantizeLine(line[k], gain, e);
       });
     }
     window += ics.groupLength[g];
@@ -186,8 +264,19 @@ void ApplyIntensity(const ChannelStream& right, const PairInfo& pair, const std:
       const int s = -right.scale[g][b];
       const int start = ics.swbOffset[b];
       const int count = ics.swbOffset[b + 1] - start;
+      // x * 2^(s/4) = x kPow2Quarter[s & 3] (Q30) >> (30 - (s >> 2)), rounded.
+      const std::int64_t gain = kPow2Quarter[s & 3];
+      const int shift = 30 - (s >> 2);
       for (int w = 0; w < ics.groupLength[g]; ++w) {
         const int base = (window + w) * ics.windowLength + start;
+        if (shift > 0 && shift < 63) {
+          const std::int64_t half = std::int64_t{1} << (shift - 1);
+          for (int k = base; k < base + count; ++k) {
+            const Word32 v = Op::Sat32((l[k] * gain + half) >> shift);  // |l gain| < 2^62
+            r[k] = negative ? Op::L_negate(v) : v;
+          }
+          continue;
+        }
         for (int k = base; k < base + count; ++k) {
           const Word32 v = ScaleQuarterPow(l[k], s);
           r[k] = negative ? Op::L_negate(v) : v;

@@ -13,15 +13,12 @@ constexpr std::uint32_t kExtDataElement = 2;
 constexpr std::uint32_t kExtDynamicRange = 11;
 constexpr std::uint32_t kAncillaryData = 0;
 
-// Index of the next codeword of `book`; the code is complete, so any bits
-// (zeros past the end of the frame included) lead to a leaf.
-int DecodeWord(BitReader& br, const HuffmanBook& book) noexcept {
-  std::uint32_t node = 0;
-  for (;;) {
-    const std::uint16_t e = book.tree[2 * node + br.ReadBit()];
-    if (e & kHuffmanLeaf) return e & 0x7FFF;
-    node = e;
-  }
+// Index of the next scalefactor codeword; the code is complete, so any bits
+// (zeros past the end of the frame included) lead to a word.
+int DecodeScalefactorIndex(BitReader& br) noexcept {
+  const std::uint32_t e = LookUp(kScalefactorBook, br.Peek32());
+  br.Consume(e & 31);
+  return static_cast<int>(e >> 8);
 }
 
 Status Check(const BitReader& br) noexcept { return br.overrun() ? kTruncated : kOk; }
@@ -64,7 +61,7 @@ Status ParseScalefactors(BitReader& br, ChannelStream* cs) noexcept {
         case kZeroBand: cs->scale[g][b] = 0; break;
         case kIntensityOutOfPhase:
         case kIntensityInPhase:
-          position += DecodeWord(br, kScalefactorBook) - 60;
+          position += DecodeScalefactorIndex(br) - 60;
           cs->scale[g][b] = static_cast<std::int16_t>(position);
           break;
         case kNoiseBand:
@@ -72,12 +69,12 @@ Status ParseScalefactors(BitReader& br, ChannelStream* cs) noexcept {
             noise += static_cast<int>(br.Read(9)) - 256;
             firstNoise = false;
           } else {
-            noise += DecodeWord(br, kScalefactorBook) - 60;
+            noise += DecodeScalefactorIndex(br) - 60;
           }
           cs->scale[g][b] = static_cast<std::int16_t>(noise);
           break;
         default:
-          scalefactor += DecodeWord(br, kScalefactorBook) - 60;
+          scalefactor += DecodeScalefactorIndex(br) - 60;
           if (scalefactor < 0 || scalefactor > 255) return kBadSyntax;
           cs->scale[g][b] = static_cast<std::int16_t>(scalefactor);
           break;
@@ -120,44 +117,79 @@ Status ParseTnsData(BitReader& br, ChannelStream* cs) noexcept {
   return Check(br);
 }
 
-// Reads one tuple of book `b` into out[0..dimension).
-Status DecodeTuple(BitReader& br, const HuffmanBook& book, std::int32_t* out) noexcept {
-  const int index = DecodeWord(br, book);
-  if (book.dimension == 4) {
-    out[0] = index / 27;
-    out[1] = (index / 9) % 3;
-    out[2] = (index / 3) % 3;
-    out[3] = index % 3;
-  } else {
-    const int mod = book.isSigned ? 9 : book.lav + 1;
-    out[0] = index / mod;
-    out[1] = index % mod;
-  }
-  if (book.isSigned) {
-    const int offset = book.lav;
-    for (int i = 0; i < book.dimension; ++i) out[i] -= offset;
-    return kOk;
-  }
-  for (int i = 0; i < book.dimension; ++i) {
-    if (out[i] != 0 && br.ReadBit()) out[i] = -out[i];
-  }
-  if (book.escape) {
-    for (int i = 0; i < 2; ++i) {
-      if (out[i] != 16 && out[i] != -16) continue;
-      int n = 0;
-      while (br.ReadBit()) {
-        if (++n > 8 || br.overrun()) return kBadSyntax;
-      }
-      const std::int32_t magnitude = (1 << (n + 4)) + static_cast<std::int32_t>(br.Read(n + 4));
-      out[i] = out[i] < 0 ? -magnitude : magnitude;
-    }
-  }
+// Value i of a lookup payload (6-bit two's complement fields from the top).
+inline std::int32_t Field(std::uint32_t e, int i) noexcept {
+  return static_cast<std::int32_t>(e << (6 * i)) >> 26;
+}
+
+// The escape sequence of book 11 that replaces a value of +-16: n ones, a
+// zero, then n + 4 bits; the magnitude is 2^(n + 4) plus those bits.
+Status ReadEscape(BitReader& br, std::int32_t* value) noexcept {
+  const std::uint32_t w = br.Peek32();
+  if ((w >> 23) == 0x1FF) return kBadSyntax;  // more than 8 ones
+  const int n = __builtin_clz(~w);            // ~w has a 1 among its top 9 bits
+  br.Consume(static_cast<std::uint32_t>(n + 1));
+  const std::int32_t magnitude = (1 << (n + 4)) + static_cast<std::int32_t>(br.Read(n + 4));
+  *value = *value < 0 ? -magnitude : magnitude;
   return kOk;
 }
 
-Status ParseSpectralData(BitReader& br, const ChannelStream& cs, std::int32_t* coef) noexcept {
+// The tuples of one band of one window, lines [start, end) of `line`. The
+// next bits are kept in `cache` (from the reader's position, at least 57
+// valid, zeros past the frame); `used` of them are taken. A word with its sign
+// bits has at most 20 bits, so the cache is refilled once more than 32 are
+// taken.
+Status DecodeBandLines(BitReader& br, const HuffmanBook& book, std::int32_t* line, int start,
+                       int end) noexcept {
+  std::uint64_t cache = br.Peek64();
+  std::uint32_t used = 0;
+  const auto next = [&]() {
+    if (used > 32) {
+      br.Consume(used);
+      cache = br.Peek64();
+      used = 0;
+    }
+    const std::uint32_t e = LookUp(book, static_cast<std::uint32_t>((cache << used) >> 32));
+    used += e & 31;
+    return e;
+  };
+  if (book.dimension == 4) {
+    for (int k = start; k < end; k += 4) {
+      const std::uint32_t e = next();
+      line[k] = Field(e, 0);
+      line[k + 1] = Field(e, 1);
+      line[k + 2] = Field(e, 2);
+      line[k + 3] = Field(e, 3);
+    }
+  } else if (!book.escape) {
+    for (int k = start; k < end; k += 2) {
+      const std::uint32_t e = next();
+      line[k] = Field(e, 0);
+      line[k + 1] = Field(e, 1);
+    }
+  } else {
+    for (int k = start; k < end; k += 2) {
+      const std::uint32_t e = next();
+      line[k] = Field(e, 0);
+      line[k + 1] = Field(e, 1);
+      for (int i = 0; i < 2; ++i) {
+        if (line[k + i] != 16 && line[k + i] != -16) continue;
+        br.Consume(used);
+        if (Status s = ReadEscape(br, &line[k + i]); s != kOk) return s;
+        cache = br.Peek64();
+        used = 0;
+      }
+    }
+  }
+  br.Consume(used);
+  return kOk;
+}
+
+Status ParseSpectralData(BitReader& reader, const ChannelStream& cs, std::int32_t* coef) noexcept {
   const IcsInfo& ics = cs.ics;
   std::memset(coef, 0, 1024 * sizeof(std::int32_t));
+  // A local copy, so that the reader's state can live in registers.
+  BitReader br = reader;
   int window = 0;
   for (int g = 0; g < ics.numGroups; ++g) {
     for (int b = 0; b < ics.maxSfb; ++b) {
@@ -168,14 +200,17 @@ Status ParseSpectralData(BitReader& br, const ChannelStream& cs, std::int32_t* c
       const int end = ics.swbOffset[b + 1];
       for (int w = 0; w < ics.groupLength[g]; ++w) {
         std::int32_t* line = coef + (window + w) * ics.windowLength;
-        for (int k = start; k < end; k += book.dimension) {
-          if (Status s = DecodeTuple(br, book, line + k); s != kOk) return s;
+        Status s = DecodeBandLines(br, book, line, start, end);
+        if (s == kOk && br.overrun()) s = kTruncated;
+        if (s != kOk) {
+          reader = br;
+          return s;
         }
-        if (br.overrun()) return kTruncated;
       }
     }
     window += ics.groupLength[g];
   }
+  reader = br;
   return Check(br);
 }
 
