@@ -244,6 +244,58 @@ TMX_API int32_t TMXDecodePCMFrame(TMXFile* file, const uint8_t* encoded, uint32_
                                   uint32_t* pcmLength) TMX_NOEXCEPT;
 
 /* Bookmarks. */
+/* A bookmark list belongs to one programme (it carries the programme's
+   "@pid") and lives as atoms in a stream, usually the position file behind
+   its 16-byte record. Bookmarks are numbered from 0 in time order; the
+   numbers change as bookmarks come and go. Metadata keys are those of
+   TMXGetMetadata; values are stored as given. */
+#define TMX_ERR_NO_BOOKMARK_LIST (-35)   /* no bookmark list is open */
+#define TMX_ERR_FOREIGN_LIST (-36)       /* the list has no "@pid" or another programme's */
+#define TMX_ERR_READ_ONLY_LIST (-37)     /* the list may not be edited */
+#define TMX_ERR_DUPLICATE_BOOKMARK (-38) /* a bookmark lies up to 999 ms before the time */
+
+/* Size of the pieces in which atoms are moved; at least 64 (default 1024). */
+TMX_API int32_t TMXSetBookmarkBufferSize(TMXFile* file, uint32_t size) TMX_NOEXCEPT;
+/* Writes an empty list into stream; opens it there if it is the position or open list's stream. */
+TMX_API int32_t TMXInitBookmarkList(TMXFile* file, TMXStream* stream) TMX_NOEXCEPT;
+/* Opens the list kept in stream, closing the open one first. */
+TMX_API int32_t TMXOpenBookmarkList(TMXFile* file, TMXStream* stream) TMX_NOEXCEPT;
+/* Closes the open list and its stream (not the programme's or the position stream). */
+TMX_API int32_t TMXCloseBookmarkList(TMXFile* file) TMX_NOEXCEPT;
+/* The locale the list was made with. */
+TMX_API int32_t TMXGetBookmarkListLocale(TMXFile* file, uint32_t* locale) TMX_NOEXCEPT;
+/* The number of bookmarks. */
+TMX_API int32_t TMXGetBookmarkCount(TMXFile* file, uint32_t* count) TMX_NOEXCEPT;
+/* A bookmark's time in milliseconds. */
+TMX_API int32_t TMXGetBookmarkTimeStamp(TMXFile* file, uint32_t index, uint32_t* ms) TMX_NOEXCEPT;
+/* Seeks playback to a bookmark (as TMXSeek). */
+TMX_API int32_t TMXSeekToBookmark(TMXFile* file, uint32_t index) TMX_NOEXCEPT;
+/* Adds a bookmark (clamped to the end of the programme); *index receives its number. */
+TMX_API int32_t TMXAddBookmark(TMXFile* file, uint32_t ms, uint32_t* index) TMX_NOEXCEPT;
+/* Deletes a bookmark with its metadata. */
+TMX_API int32_t TMXDeleteBookmark(TMXFile* file, uint32_t index) TMX_NOEXCEPT;
+/* Stored size in bytes of a metadata item of the list. */
+TMX_API int32_t TMXGetBookmarkListInfo(TMXFile* file, uint32_t key, uint32_t locale,
+                                       uint32_t* size) TMX_NOEXCEPT;
+/* A metadata item of the list, delivered as TMXGetMetadata delivers it. */
+TMX_API int32_t TMXGetBookmarkListMetadata(TMXFile* file, uint32_t key, uint8_t* buffer,
+                                           uint32_t size) TMX_NOEXCEPT;
+/* Stores a metadata item of the list, replacing one with the same key. */
+TMX_API int32_t TMXAddBookmarkListMetadata(TMXFile* file, uint32_t key, const void* value,
+                                           uint32_t size) TMX_NOEXCEPT;
+/* Removes a metadata item of the list. */
+TMX_API int32_t TMXDeleteBookmarkListMetadata(TMXFile* file, uint32_t key) TMX_NOEXCEPT;
+/* Stored size in bytes of a metadata item of a bookmark. */
+TMX_API int32_t TMXGetBookmarkInfo(TMXFile* file, uint32_t index, uint32_t key, uint32_t locale,
+                                   uint32_t* size) TMX_NOEXCEPT;
+/* A metadata item of a bookmark, delivered as TMXGetMetadata delivers it. */
+TMX_API int32_t TMXGetBookmarkMetadata(TMXFile* file, uint32_t index, uint32_t key, uint8_t* buffer,
+                                       uint32_t size) TMX_NOEXCEPT;
+/* Stores a metadata item of a bookmark, replacing one with the same key. */
+TMX_API int32_t TMXAddBookmarkMetadata(TMXFile* file, uint32_t index, uint32_t key,
+                                       const void* value, uint32_t size) TMX_NOEXCEPT;
+/* Removes a metadata item of a bookmark. */
+TMX_API int32_t TMXDeleteBookmarkMetadata(TMXFile* file, uint32_t index, uint32_t key) TMX_NOEXCEPT;
 
 /* Base64 (RFC 4648 alphabet, "=" padding, no terminator, no line breaks).
    Encoding writes 4 * ceil(length / 3) characters and returns that count;

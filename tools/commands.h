@@ -10,6 +10,7 @@ int Cover(int argc, char** argv);
 int Extract(int argc, char** argv);
 int Decode(int argc, char** argv);
 int Position(int argc, char** argv);
+int Bookmarks(int argc, char** argv);
 // Prints the usage text; returns 2.
 int Usage();
 

@@ -16,7 +16,8 @@ int Usage() {
                "       tmxtool mux INPUT.aac -o OUT.tmx [options]\n"
                "       tmxtool extract PROGRAMME -o OUT.aac\n"
                "       tmxtool decode PROGRAMME -o OUT.wav\n"
-               "       tmxtool position PROGRAMME [--set MS]\n");
+               "       tmxtool position PROGRAMME [--set MS]\n"
+               "       tmxtool bookmarks PROGRAMME list|add MS [--note TEXT]|delete N|seek N\n");
   return 2;
 }
 
@@ -33,7 +34,7 @@ int main(int argc, char** argv) {
       {"info", tmxtool::Info},         {"chapters", tmxtool::Chapters},
       {"cover", tmxtool::Cover},       {"mux", Mux},
       {"extract", tmxtool::Extract},   {"decode", tmxtool::Decode},
-      {"position", tmxtool::Position},
+      {"position", tmxtool::Position}, {"bookmarks", tmxtool::Bookmarks},
   };
   for (const Command& c : kCommands)
     if (std::strcmp(argv[1], c.name) == 0) return c.run(argc - 2, argv + 2);

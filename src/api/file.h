@@ -63,6 +63,20 @@ struct TMXFile {
   // The position stream was made by TMXOpenFileWinW and must be released at
   // close even when it was never opened.
   std::uint32_t ownsPositionStream;  // bool
+
+  // The open bookmark list (all zero while none is open).
+  TMXStream* bookmarkStream;         // stream holding the list
+  std::uint32_t bookmarkRangeBegin;  // "bmet" payload after its flags word
+  std::uint32_t bookmarkRangeEnd;
+  std::uint32_t bookmarkListLocale;  // locale word at the head of "blst"
+  std::uint32_t bookmarkListFlags;   // 0: read-only
+  std::uint32_t bookmarkCount;
+  std::uint32_t* bookmarkTimes;  // stored times, ascending; owned
+  // Subtracted from a bookmark's time when it is stored and added back when
+  // it is reported, and kept clear of the end of the programme; set by the
+  // format handler (0 when it sets neither).
+  std::uint32_t bookmarkTimeOffset;
+  std::uint32_t bookmarkEndMargin;
 };
 
 namespace tmx {

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "api/file.h"
+#include "bookmarks/list.h"
 #include "codec/codec.h"
 #include "container/format_handler.h"
 #include "io/file_stream.h"
@@ -115,6 +116,7 @@ TMX_API std::int32_t TMXOpenFileWinW(TMXFile** file, const wchar_t* path) noexce
 
 TMX_API std::int32_t TMXCloseFile(TMXFile* file) noexcept {
   if (!file) return TMX_ERR_HANDLE;
+  CloseBookmarkList(file);
   if (file->positionStreamOpen) SavePosition(file, std::uint32_t(SaveReason::kClose));
   if (file->formatHandler) file->formatHandler->CloseContainer(file);
   if (file->positionStream) {

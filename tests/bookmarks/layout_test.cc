@@ -1,0 +1,183 @@
+// The bytes of a bookmark list after each kind of edit.
+#include <gtest/gtest.h>
+
+#include "bookmarks/bookmark_support.h"
+
+namespace tmx::test {
+namespace {
+
+const std::string kPid = "PID-123";
+// "@pid" as delivered in single-byte text: 7 bytes of UTF-8 are sized 9.
+const ByteVec kStoredPid = {'P', 'I', 'D', '-', '1', '2', '3', 0, 0};
+constexpr std::uint32_t kN = 9;
+constexpr std::uint32_t kFirst = 16 + 8 + 8 + 12 + kN + 44;  // behind "blst"
+
+class NewList : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(TMXInitBookmarkList(f, s.position().stream()), TMX_OK); }
+  void Add(std::initializer_list<std::uint32_t> times) {
+    std::uint32_t index = 0;
+    for (std::uint32_t t : times) ASSERT_EQ(TMXAddBookmark(f, t, &index), TMX_OK) << t;
+  }
+  std::uint32_t Word(std::uint32_t at) { return Be32At(s.bytes(), at); }
+  Session s{ProgrammeBytes(kPid)};
+  TMXFile* f = s.f();
+};
+
+TEST_F(NewList, StartsAsTheEmptyTreeAndGrowsOnlyWhenTheSpareRoomIsUsed) {
+  Bytes e;
+  e.zeros(16).u32(kN + 100).fourcc("moov").u32(kN + 92).fourcc("udta");
+  e.u32(kN + 84).fourcc("bmet").u32(1).u32(kN + 44).fourcc("blst").u32(0);
+  e.u32(kN + 24).fourcc("prID").u32(kN + 16).fourcc("data").u32(0).u32(0).bytes(kStoredPid);
+  e.u32(8).fourcc("free").u32(28).fourcc("free").zeros(20);
+  ASSERT_EQ(s.bytes(), e.take());
+
+  Add({5000});  // fits the 28 spare bytes, leaving an empty "free" atom
+  EXPECT_EQ(s.bytes().size(), kN + 116);
+  const ByteVec atom(s.bytes().begin() + kFirst, s.bytes().end());
+  EXPECT_EQ(
+      atom,
+      Bytes().u32(20).fourcc("bmrk").u32(5000).u32(8).fourcc("free").u32(8).fourcc("free").take());
+  Add({7000});  // grows the file, "moov", "udta" and "bmet" by 20 bytes
+  EXPECT_EQ(s.bytes().size(), kN + 136);
+  EXPECT_EQ(Word(16), kN + 120);
+  EXPECT_EQ(Word(24), kN + 112);
+  EXPECT_EQ(Word(32), kN + 104);
+  const ParsedList l = ParseList(s.bytes());
+  EXPECT_EQ(l.bookmarks.at(1).pos, kFirst + 20);
+  EXPECT_EQ(l.freeSize, 8u);
+}
+
+TEST_F(NewList, DeletingAtTheStartOrEndGathersTheFreeSpaceAtTheEnd) {
+  Add({1000, 3000, 5000});
+  const std::size_t size = s.bytes().size();
+  ASSERT_EQ(TMXDeleteBookmark(f, 0), TMX_OK);
+  ParsedList l = ParseList(s.bytes());
+  EXPECT_EQ(s.bytes().size(), size);
+  ASSERT_EQ(l.bookmarks.size(), 2u);
+  EXPECT_EQ(l.bookmarks[0].pos, kFirst);
+  EXPECT_EQ(l.bookmarks[0].time, 3000u);
+  EXPECT_EQ(l.bookmarks[1].pos, kFirst + 20);
+  EXPECT_EQ(l.freeSize, 28u);
+  ASSERT_EQ(TMXDeleteBookmark(f, 1), TMX_OK);
+  l = ParseList(s.bytes());
+  EXPECT_EQ(l.freePos, kFirst + 20);
+  EXPECT_EQ(l.freeSize, 48u);
+}
+
+TEST(Compaction, MovesAtomsInPiecesOfTheBufferSize) {
+  // The moved bookmark holds a 200-byte item: a payload of 236 bytes.
+  for (auto [bufferSize, pieces] : {std::pair{64u, 4}, std::pair{1024u, 1}}) {
+    Session s(ProgrammeBytes(kPid));
+    ASSERT_EQ(TMXInitBookmarkList(s.f(), s.position().stream()), TMX_OK);
+    ASSERT_EQ(TMXSetBookmarkBufferSize(s.f(), bufferSize), TMX_OK);
+    std::uint32_t index = 0;
+    ASSERT_EQ(TMXAddBookmark(s.f(), 1000, &index), TMX_OK);
+    ASSERT_EQ(TMXAddBookmark(s.f(), 3000, &index), TMX_OK);
+    const ByteVec note(200, 'n');
+    ASSERT_EQ(TMXAddBookmarkMetadata(s.f(), 1, kKeyAlias, note.data(), 200), TMX_OK);
+    const int before = s.position().writes();
+    ASSERT_EQ(TMXDeleteBookmark(s.f(), 0), TMX_OK);
+    // The "free" mark, the moved header and payload, the moved header of
+    // the trailing "free" atom, the joined "free" atom.
+    EXPECT_EQ(s.position().writes() - before, 4 + pieces);
+    const ParsedList l = ParseList(s.bytes());
+    EXPECT_EQ(l.bookmarks.at(0).pos, kFirst);
+    EXPECT_EQ(l.bookmarks[0].items.at(FourCC("ausr")), note);
+  }
+}
+
+// Items make their container grow; the atoms behind it move back, so that
+// every atom stays inside its parent.
+TEST(ItemGrowth, MovesTheAtomsBehindTheContainer) {
+  for (std::uint32_t bufferSize : {64u, 1024u}) {
+    Session s(ProgrammeBytes(kPid));
+    TMXFile* f = s.f();
+    ASSERT_EQ(TMXInitBookmarkList(f, s.position().stream()), TMX_OK);
+    ASSERT_EQ(TMXSetBookmarkBufferSize(f, bufferSize), TMX_OK);
+    std::uint32_t index = 0;
+    for (std::uint32_t t : {1000u, 3000u, 5000u}) ASSERT_EQ(TMXAddBookmark(f, t, &index), TMX_OK);
+    const ByteVec alias(50, 'a'), note = Text("thirty bytes of note text.....");
+    ASSERT_EQ(TMXAddBookmarkMetadata(f, 2, kKeyAlias, alias.data(), 50), TMX_OK);
+    ASSERT_EQ(TMXAddBookmarkMetadata(f, 1, kKeyNote, note.data(), 30), TMX_OK);
+    ParsedList l = ParseList(s.bytes());
+    EXPECT_EQ(l.bookmarks.at(2).pos, kFirst + 40 + 30 + 24);
+    const std::size_t size = s.bytes().size();
+    const ByteVec title = Text("a list title of 24 bytes");
+    ASSERT_EQ(TMXAddBookmarkListMetadata(f, kKeyTitle, title.data(), 24), TMX_OK);
+    // The item and a new "free" atom take the place of the empty one.
+    EXPECT_EQ(s.bytes().size(), size + 24 + 24);
+    EXPECT_EQ(Be32At(s.bytes(), 44), kN + 44 + 48);
+    l = ParseList(s.bytes());
+    EXPECT_EQ(l.listItems.at(kItemTitle), title);
+    ASSERT_EQ(l.bookmarks.size(), 3u);
+    EXPECT_EQ(l.bookmarks[0].pos, kFirst + 48);
+    EXPECT_EQ(l.bookmarks[1].items.at(kItemNote), note);
+    EXPECT_EQ(l.bookmarks[2].items.at(FourCC("ausr")), alias);
+    EXPECT_EQ(l.freeSize, 8u);
+  }
+}
+
+TEST_F(NewList, AReplacedItemLeavesItsRoomOrIsGrownOver) {
+  Add({1000, 3000});
+  const ByteVec big(40, 'x'), small(10, 'y'), bigger(100, 'z');
+  ASSERT_EQ(TMXAddBookmarkMetadata(f, 0, kKeyAlias, big.data(), 40), TMX_OK);
+  ASSERT_EQ(TMXAddBookmarkMetadata(f, 0, kKeyAlias, small.data(), 10), TMX_OK);
+  EXPECT_EQ(Word(kFirst), 12u + 64 + 8);  // the smaller one took the old room
+  EXPECT_EQ(Word(kFirst + 12), 34u);
+  EXPECT_EQ(Word(kFirst + 46), 30u);
+  EXPECT_EQ(TypeAt(s.bytes(), kFirst + 46), "free");
+  ASSERT_EQ(TMXAddBookmarkMetadata(f, 0, kKeyAlias, bigger.data(), 100), TMX_OK);
+  EXPECT_EQ(Word(kFirst), 12u + 124 + 8);  // grown by what the free room lacked
+  const ParsedList l = ParseList(s.bytes());
+  EXPECT_EQ(l.bookmarks.at(0).items.at(FourCC("ausr")), bigger);
+  ASSERT_EQ(TMXDeleteBookmarkMetadata(f, 0, kKeyAlias), TMX_OK);
+  EXPECT_EQ(TypeAt(s.bytes(), kFirst + 12), "free");
+  EXPECT_EQ(Word(kFirst), 12u + 124 + 8);
+}
+
+TEST(PositionStream, KeepsThePositionRecordInFrontOfTheList) {
+  Session s(ProgrammeBytes(kPid));
+  ASSERT_EQ(TMXSeek(s.f(), 20000), TMX_OK);  // writes the record
+  const ByteVec record(s.bytes().begin(), s.bytes().end());
+  ASSERT_EQ(record.size(), 16u);
+  ASSERT_EQ(TMXInitBookmarkList(s.f(), s.position().stream()), TMX_OK);
+  EXPECT_EQ(ByteVec(s.bytes().begin(), s.bytes().begin() + 16), record);
+  s.Close();  // saves the position again
+  EXPECT_EQ(Be32At(s.bytes(), 0), 2u);
+  EXPECT_EQ(ParseList(s.bytes()).moov, 16u);
+}
+
+// A list in a stream that starts with "ftyp" has no prefix, and the tree
+// grows only when nothing follows "moov".
+ByteVec FtypList(const ByteVec& behind = {}) {
+  const ByteVec item = Atom("prID", Atom("data", Concat({Be32(0), Be32(0), kStoredPid})));
+  const ByteVec blst = Atom("blst", Concat({Be32(0), item, Atom("free", {})}));
+  const ByteVec bmet = Atom("bmet", Concat({Be32(1), blst, Atom("free", ByteVec(20))}));
+  return Concat({Atom("ftyp", Text("bmksbmks")), Box("moov", {Box("udta", {bmet})}), behind});
+}
+
+TEST(FtypList, GrowsAtItsEndUnlessAtomsFollowTheMovie) {
+  for (bool mdat : {false, true}) {
+    MemoryStream list(FtypList(mdat ? Atom("mdat", ByteVec(40, 7)) : ByteVec{}));
+    Session s(ProgrammeBytes(kPid));
+    ASSERT_EQ(TMXOpenBookmarkList(s.f(), list.stream()), TMX_OK);
+    std::uint32_t index = 0;
+    ASSERT_EQ(TMXAddBookmark(s.f(), 1000, &index), TMX_OK);  // fits
+    const ByteVec before = list.data(), value(30, 'v');
+    if (mdat) {
+      EXPECT_EQ(TMXAddBookmark(s.f(), 3000, &index), TMX_ERR_INCONSISTENT);
+      EXPECT_EQ(TMXAddBookmarkListMetadata(s.f(), kKeyAlias, value.data(), 30),
+                TMX_ERR_INCONSISTENT);
+      EXPECT_EQ(list.data(), before);
+    } else {
+      ASSERT_EQ(TMXAddBookmark(s.f(), 3000, &index), TMX_OK);
+      EXPECT_EQ(list.data().size(), before.size() + 20);
+      EXPECT_EQ(ParseList(list.data()).bookmarks.size(), 2u);
+    }
+    s.Close();
+  }
+}
+
+}  // namespace
+}  // namespace tmx::test

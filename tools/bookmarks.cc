@@ -1,0 +1,252 @@
+// tmxtool bookmarks: lists and edits the bookmarks of a programme, kept in
+// its position file (PROGRAMME with the extension ".pos") behind the
+// playback position.
+//
+// An existing list is read and edited through a stream of its own on that
+// file, so that the playback position is neither loaded nor written back;
+// only a new list is written through the position stream, which keeps the
+// position record in front of it.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "common.h"
+
+namespace tmxtool {
+namespace {
+
+constexpr std::uint32_t kNoteKey = 0x40736465;  // "@sde": the bookmark's note
+constexpr std::uint32_t kUtf8 = 1;
+
+// A stream over a file of the command line, owned by the tool: Close does
+// not free it. A writable stream opens the file for reading and writing
+// whatever mode it is asked for.
+struct FileStream {
+  TMXStream base;
+  std::FILE* file;
+  std::string path;
+  bool writable;
+};
+
+FileStream* Self(TMXStream* s) { return reinterpret_cast<FileStream*>(s); }
+
+std::int32_t OpenAs(TMXStream* s, const char* mode) {
+  if (Self(s)->file) std::fclose(Self(s)->file);
+  Self(s)->file = std::fopen(Self(s)->path.c_str(), mode);
+  return Self(s)->file ? TMX_OK : TMX_ERR_FILE;
+}
+
+const TMXStreamOps kFileOps = {
+    [](TMXStream* s) -> std::int32_t {
+      // Opens the file for reading and writing, creating it when missing.
+      if (OpenAs(s, "r+b") == TMX_OK) return TMX_OK;
+      return OpenAs(s, "w+b");
+    },
+    [](TMXStream* s, std::int32_t mode) -> std::int32_t {
+      if (mode != TMX_STREAM_READ && mode != TMX_STREAM_READ_WRITE) return TMX_ERR_ARGUMENT;
+      return OpenAs(s, mode == TMX_STREAM_READ && !Self(s)->writable ? "rb" : "r+b");
+    },
+    [](TMXStream* s) -> std::int32_t {
+      if (!Self(s)->file) return TMX_ERR_HANDLE;
+      std::fclose(Self(s)->file);
+      Self(s)->file = nullptr;
+      return TMX_OK;
+    },
+    [](TMXStream* s) -> std::uint32_t {
+      std::FILE* f = Self(s)->file;
+      if (!f) return TMX_STREAM_UNKNOWN;
+      const long here = std::ftell(f);
+      std::fseek(f, 0, SEEK_END);
+      const long size = std::ftell(f);
+      std::fseek(f, here, SEEK_SET);
+      return size < 0 ? TMX_STREAM_UNKNOWN : std::uint32_t(size);
+    },
+    [](TMXStream* s) -> std::uint32_t {
+      if (!Self(s)->file) return TMX_STREAM_UNKNOWN;
+      const long here = std::ftell(Self(s)->file);
+      return here < 0 ? TMX_STREAM_UNKNOWN : std::uint32_t(here);
+    },
+    [](TMXStream* s, std::uint32_t position) -> std::int32_t {
+      if (!Self(s)->file) return TMX_ERR_HANDLE;
+      return std::fseek(Self(s)->file, long(position), SEEK_SET) == 0 ? TMX_OK : TMX_ERR_SEEK;
+    },
+    [](TMXStream* s, void* buffer, std::int32_t count, std::int32_t* done) -> std::int32_t {
+      if (!Self(s)->file || !buffer || count < 0) return TMX_ERR_READ;
+      const std::size_t n = std::fread(buffer, 1, std::size_t(count), Self(s)->file);
+      if (done) *done = std::int32_t(n);
+      return n == 0 ? TMX_ERR_READ : TMX_OK;
+    },
+    [](TMXStream* s, const void* buffer, std::int32_t count, std::int32_t* done) -> std::int32_t {
+      if (!Self(s)->file || !buffer || count <= 0) return TMX_ERR_WRITE;
+      const std::size_t n = std::fwrite(buffer, 1, std::size_t(count), Self(s)->file);
+      std::fflush(Self(s)->file);
+      if (done) *done = std::int32_t(n);
+      return n == 0 ? TMX_ERR_WRITE : TMX_OK;
+    },
+};
+
+// The position file's path: the programme's up to its last "." and ".pos".
+std::string PositionPath(const std::string& programme) {
+  const std::size_t dot = programme.rfind('.');
+  return (dot == std::string::npos ? programme : programme.substr(0, dot)) + ".pos";
+}
+
+const char* BookmarkMeaning(std::int32_t rc) {
+  switch (rc) {
+    case TMX_ERR_NO_BOOKMARK_LIST: return "no bookmark list is open";
+    case TMX_ERR_FOREIGN_LIST: return "the bookmarks belong to another programme";
+    case TMX_ERR_READ_ONLY_LIST: return "the bookmark list is read-only";
+    case TMX_ERR_DUPLICATE_BOOKMARK: return "a bookmark lies less than a second before";
+    default: return ResultMeaning(rc);
+  }
+}
+
+int FailWith(const std::string& what, std::int32_t rc) {
+  std::fprintf(stderr, "tmxtool: %s: %d (%s)\n", what.c_str(), rc, BookmarkMeaning(rc));
+  return 1;
+}
+
+// A bookmark number as `list` prints it (from 1), as the library's index.
+bool ParseNumber(const char* text, std::uint32_t* value) {
+  char* end = nullptr;
+  errno = 0;
+  const unsigned long n = std::strtoul(text, &end, 10);
+  if (*text < '0' || *text > '9' || *end != '\0' || errno != 0 || n > 0xFFFFFFFFul) return false;
+  *value = std::uint32_t(n);
+  return true;
+}
+
+std::string Note(TMXFile* f, std::uint32_t index) {
+  std::uint32_t size = 0;
+  if (TMXGetBookmarkInfo(f, index, kNoteKey, 0, &size) != TMX_OK) return "";
+  std::vector<std::uint8_t> text(std::size_t(size) + 1);
+  if (TMXGetBookmarkMetadata(f, index, kNoteKey, text.data(), size + 1) != TMX_OK) return "";
+  return reinterpret_cast<const char*>(text.data());
+}
+
+int List(TMXFile* f) {
+  std::uint32_t count = 0;
+  TMXGetBookmarkCount(f, &count);
+  if (count == 0) std::printf("no bookmarks\n");
+  for (std::uint32_t i = 0; i < count; ++i) {
+    std::uint32_t ms = 0;
+    TMXGetBookmarkTimeStamp(f, i, &ms);
+    const std::string note = Note(f, i);
+    std::printf("%3u  %s%s%s\n", i + 1, FormatTime(ms).c_str(), note.empty() ? "" : "  ",
+                note.c_str());
+  }
+  return 0;
+}
+
+// An open programme whose position file holds the bookmarks.
+class ProgrammeBookmarks {
+ public:
+  ProgrammeBookmarks(const char* path, bool edit)
+      : programme_{{&kFileOps}, nullptr, path, false},
+        position_{{&kFileOps}, nullptr, PositionPath(path), true},
+        list_{{&kFileOps}, nullptr, PositionPath(path), edit} {}
+  ~ProgrammeBookmarks() {
+    if (file_) TMXCloseFile(file_);
+    for (FileStream* s : {&programme_, &position_, &list_})
+      if (s->file) std::fclose(s->file);
+  }
+  ProgrammeBookmarks(const ProgrammeBookmarks&) = delete;
+  ProgrammeBookmarks& operator=(const ProgrammeBookmarks&) = delete;
+
+  std::int32_t Open() {
+    if (std::int32_t rc = TMXOpenFile(&file_, &programme_.base, &position_.base); rc != TMX_OK) {
+      file_ = nullptr;
+      return rc;
+    }
+    TMXSetUnicodeFormat(file_, kUtf8);
+    return TMX_OK;
+  }
+  // Opens the list; `create` makes one when the file holds none yet.
+  std::int32_t OpenList(bool create) {
+    const std::int32_t rc = TMXOpenBookmarkList(file_, &list_.base);
+    if (!create || (rc != TMX_ERR_NOT_FOUND && rc != TMX_ERR_FILE)) return rc;
+    // The saved position is loaded first, so that closing writes it back.
+    std::uint32_t ms = 0;
+    TMXGetPlaybackPosition(file_, &ms);
+    return TMXInitBookmarkList(file_, &position_.base);
+  }
+  TMXFile* get() const { return file_; }
+
+ private:
+  TMXFile* file_ = nullptr;
+  FileStream programme_;
+  FileStream position_;
+  FileStream list_;
+};
+
+}  // namespace
+
+int Bookmarks(int argc, char** argv) {
+  if (argc < 2) return Usage();
+  const std::string action = argv[1];
+  std::uint32_t number = 0;
+  const char* note = nullptr;
+  if (action == "list") {
+    if (argc != 2) return Usage();
+  } else if (action == "add") {
+    if (argc == 5 && std::strcmp(argv[3], "--note") == 0) {
+      note = argv[4];
+    } else if (argc != 3) {
+      return Usage();
+    }
+    if (!ParseNumber(argv[2], &number)) return Usage();
+  } else if (action == "delete" || action == "seek") {
+    if (argc != 3 || !ParseNumber(argv[2], &number) || number == 0) return Usage();
+  } else {
+    return Usage();
+  }
+
+  ProgrammeBookmarks b(argv[0], action != "list");
+  if (std::int32_t rc = b.Open(); rc != TMX_OK) return FailWith(argv[0], rc);
+  TMXFile* f = b.get();
+  const std::int32_t opened = b.OpenList(action == "add");
+  if (action == "list" && (opened == TMX_ERR_NOT_FOUND || opened == TMX_ERR_FILE)) {
+    std::printf("no bookmarks\n");
+    return 0;
+  }
+  if (opened == TMX_ERR_UNSUPPORTED) {
+    std::fprintf(stderr, "tmxtool: %s has no product id (\"@pid\") to keep bookmarks for\n",
+                 argv[0]);
+    return 1;
+  }
+  if (opened != TMX_OK) return FailWith("bookmark list", opened);
+
+  if (action == "list") return List(f);
+  if (action == "add") {
+    std::uint32_t index = 0;
+    if (std::int32_t rc = TMXAddBookmark(f, number, &index); rc != TMX_OK)
+      return FailWith("add", rc);
+    if (note) {
+      if (std::int32_t rc =
+              TMXAddBookmarkMetadata(f, index, kNoteKey, note, std::uint32_t(std::strlen(note)));
+          rc != TMX_OK)
+        return FailWith("note", rc);
+    }
+    std::uint32_t ms = 0;
+    TMXGetBookmarkTimeStamp(f, index, &ms);
+    std::printf("bookmark %u at %s\n", index + 1, FormatTime(ms).c_str());
+    return 0;
+  }
+  if (action == "delete") {
+    if (std::int32_t rc = TMXDeleteBookmark(f, number - 1); rc != TMX_OK)
+      return FailWith("delete", rc);
+    std::printf("bookmark %u deleted\n", number);
+    return 0;
+  }
+  if (std::int32_t rc = TMXSeekToBookmark(f, number - 1); rc != TMX_OK) return FailWith("seek", rc);
+  std::uint32_t ms = 0;
+  TMXGetPlaybackPosition(f, &ms);
+  std::printf("position: %s (%u ms)\n", FormatTime(ms).c_str(), ms);
+  return 0;
+}
+
+}  // namespace tmxtool
