@@ -1,5 +1,5 @@
 // tmxtool mux INPUT.aac -o OUT.tmx [--chapters FILE] [--cover FILE.jpg]
-//   [--title T] [--author A] [--narrator N] [--brand tmx|m4b]
+//   [--title T] [--author A] [--narrator N] [--product-id ID] [--brand tmx|m4b]
 //   [--frames-per-chunk N] [--plain]
 #include "mux.h"
 
@@ -68,14 +68,15 @@ struct Arguments {
   std::string output;
   std::string chapters;
   std::string cover;
-  std::optional<std::string> title, author, narrator;
+  std::optional<std::string> title, author, narrator, productId;
   tmx::writer::WriterOptions options;
 };
 
 int Usage() {
   std::fprintf(stderr,
                "usage: tmxtool mux INPUT.aac -o OUT.tmx [--chapters FILE] [--cover FILE.jpg]\n"
-               "                   [--title T] [--author A] [--narrator N] [--brand tmx|m4b]\n"
+               "                   [--title T] [--author A] [--narrator N] [--product-id ID]\n"
+               "                   [--brand tmx|m4b]\n"
                "                   [--frames-per-chunk N] [--plain]\n");
   return 2;
 }
@@ -109,6 +110,7 @@ bool ParseArguments(int argc, char** argv, Arguments* args) {
     }
     if (arg == "-o" || arg == "--output" || arg == "--chapters" || arg == "--cover" ||
         arg == "--title" || arg == "--author" || arg == "--narrator" || arg == "--brand" ||
+        arg == "--product-id" ||
         arg == "--frames-per-chunk") {
       if (!(v = value())) return false;
     } else if (!arg.empty() && arg[0] == '-') {
@@ -127,6 +129,7 @@ bool ParseArguments(int argc, char** argv, Arguments* args) {
     if (arg == "--title") args->title = *v;
     if (arg == "--author") args->author = *v;
     if (arg == "--narrator") args->narrator = *v;
+    if (arg == "--product-id") args->productId = *v;
     if (arg == "--brand") {
       if (*v == "tmx") {
         args->options.brand = tmx::writer::Brand::kTmx;
@@ -196,6 +199,9 @@ int Mux(int argc, char** argv) {
   if (args.author) side.metadata.push_back(TextItem(tmx::writer::kItemAuthor, *args.author));
   if (args.narrator) {
     side.metadata.push_back(TextItem(tmx::writer::kItemNarrator, *args.narrator));
+  // The product id ties bookmark lists to this programme.
+  if (args.productId)
+    side.metadata.push_back(TextItem(tmx::writer::kItemProductId, *args.productId));
   }
   if (!args.cover.empty()) {
     std::string jpeg;
