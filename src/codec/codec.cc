@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "codec/speech/speech_codec.h"
 #include "tmxsdk.h"
 
 namespace tmx {
@@ -27,15 +28,15 @@ const Codec* CodecForFileType(std::uint32_t fileType) noexcept {
   // Indexed by file type. Only "tmx " programmes get the AAC decoder; the
   // other MP4 brands deliver encoded frames only.
   static constexpr std::array<const Codec*, 9> kByType = {
-      &kNullCodec,  // 0
-      &kNullCodec,  // 1: MP4, other brand
-      &kNullCodec,  // 2: MP4, "m4b "
-      &kAacCodec,   // 3: MP4, "tmx " (AAC)
-      &kNullCodec,  // 4: older container, codec 0xC00D
-      &kNullCodec,  // 5: older container, speech codec
-      &kNullCodec,  // 6: older container, speech codec
-      &kNullCodec,  // 7
-      &kNullCodec,  // 8
+      &kNullCodec,         // 0
+      &kNullCodec,         // 1: MP4, other brand
+      &kNullCodec,         // 2: MP4, "m4b "
+      &kAacCodec,          // 3: MP4, "tmx " (AAC)
+      &kNullCodec,         // 4: older container, codec 0xC00D
+      &kSpeechMode4Codec,  // 5: older container, speech codec mode 4
+      &kSpeechMode3Codec,  // 6: older container, speech codec mode 3
+      &kNullCodec,         // 7
+      &kNullCodec,         // 8
   };
   return fileType < kByType.size() ? kByType[fileType] : &kNullCodec;
 }
