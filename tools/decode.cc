@@ -71,6 +71,46 @@ class Progress {
   bool shown_;
 };
 
+// Speech programmes go through the library's own decoding export, one
+// packet at a time.
+int DecodeSpeech(TMXFile* file, const char* name, const char* output, std::uint32_t rate) {
+  std::FILE* out = std::fopen(output, "wb");
+  if (!out) {
+    std::fprintf(stderr, "tmxtool: cannot create %s\n", output);
+    return 1;
+  }
+  std::uint8_t header[44] = {};
+  std::fwrite(header, 1, sizeof header, out);
+  std::uint32_t duration = 0;
+  TMXGetDuration(file, &duration);
+  Progress progress(duration);
+  std::uint8_t packet[256];
+  std::int16_t pcm[2048];
+  std::uint32_t length = 0, dataBytes = 0, packets = 0;
+  std::int32_t rc;
+  while ((rc = TMXGetEncodedAudio(file, packet, sizeof packet, &length)) == TMX_OK) {
+    std::uint32_t produced = 0;
+    if (TMXDecodePCMFrame(file, packet, length, pcm, sizeof pcm, &produced) != TMX_OK) continue;
+    std::fwrite(pcm, 1, produced, out);
+    dataBytes += produced;
+    ++packets;
+    std::uint32_t ms = 0;
+    TMXGetPlaybackPosition(file, &ms);
+    progress.Update(ms);
+  }
+  progress.Update(duration);
+  WavHeader(header, rate, 1, dataBytes);
+  std::fseek(out, 0, SEEK_SET);
+  std::fwrite(header, 1, sizeof header, out);
+  const bool closed = std::fclose(out) == 0;
+  if (rc != TMX_ERR_END || !closed) {
+    std::remove(output);
+    return Fail(name, rc == TMX_ERR_END ? TMX_ERR_WRITE : rc);
+  }
+  std::printf("%u packets decoded to %s\n", packets, output);
+  return 0;
+}
+
 }  // namespace
 
 int Decode(int argc, char** argv) {
@@ -81,6 +121,8 @@ int Decode(int argc, char** argv) {
   std::uint32_t type = 0, rate = 0, frames = 0;
   TMXGetFileType(p.get(), &type);
   TMXGetSampleRate(p.get(), &rate);
+  if (type == TMX_FILETYPE_LEGACY_C00C || type == TMX_FILETYPE_LEGACY_C010)
+    return DecodeSpeech(p.get(), argv[0], output, rate);
   if (type > TMX_FILETYPE_TMX) return Fail(argv[0], TMX_ERR_NO_DECODER);
   // The decoder is used directly, so that mono programmes come out whole.
   tmx::aac::Decoder* decoder = nullptr;

@@ -103,7 +103,9 @@ std::vector<std::uint8_t> TextBuffer(std::uint32_t needed) {
 
 std::optional<std::string> ReadTag(TMXFile* file, std::uint32_t key) {
   std::uint32_t needed = 0;
-  if (TMXGetMetadataInfo(file, key, 0, &needed) != TMX_OK) return std::nullopt;
+  // A tag of no bytes (the older container's answer for a missing one) is
+  // left out like a missing tag.
+  if (TMXGetMetadataInfo(file, key, 0, &needed) != TMX_OK || needed == 0) return std::nullopt;
   std::vector<std::uint8_t> buffer = TextBuffer(needed);
   if (TMXGetMetadata(file, key, buffer.data(), std::uint32_t(buffer.size())) != TMX_OK)
     return std::nullopt;
@@ -112,7 +114,8 @@ std::optional<std::string> ReadTag(TMXFile* file, std::uint32_t key) {
 
 std::optional<std::string> ReadUserAlias(TMXFile* file) {
   std::uint32_t needed = 0;
-  if (TMXGetMetadataInfo(file, kUserAliasKey, 0, &needed) != TMX_OK) return std::nullopt;
+  if (TMXGetMetadataInfo(file, kUserAliasKey, 0, &needed) != TMX_OK || needed == 0)
+    return std::nullopt;
   std::vector<std::uint8_t> buffer = TextBuffer(needed);
   std::uint32_t size = std::uint32_t(buffer.size());
   if (TMXGetUseralias(file, buffer.data(), &size) != TMX_OK) return std::nullopt;

@@ -110,8 +110,7 @@ bool ParseArguments(int argc, char** argv, Arguments* args) {
     }
     if (arg == "-o" || arg == "--output" || arg == "--chapters" || arg == "--cover" ||
         arg == "--title" || arg == "--author" || arg == "--narrator" || arg == "--brand" ||
-        arg == "--product-id" ||
-        arg == "--frames-per-chunk") {
+        arg == "--product-id" || arg == "--frames-per-chunk") {
       if (!(v = value())) return false;
     } else if (!arg.empty() && arg[0] == '-') {
       std::fprintf(stderr, "tmxtool mux: unknown option %s\n", arg.c_str());
@@ -184,6 +183,8 @@ std::string Describe(std::int32_t rc) {
 }  // namespace
 
 int Mux(int argc, char** argv) {
+  for (int i = 0; i < argc; ++i)
+    if (std::strncmp(argv[i], "--legacy", 8) == 0) return MuxLegacy(argc, argv);
   Arguments args;
   if (!ParseArguments(argc, argv, &args)) return Usage();
 
@@ -199,9 +200,9 @@ int Mux(int argc, char** argv) {
   if (args.author) side.metadata.push_back(TextItem(tmx::writer::kItemAuthor, *args.author));
   if (args.narrator) {
     side.metadata.push_back(TextItem(tmx::writer::kItemNarrator, *args.narrator));
-  // The product id ties bookmark lists to this programme.
-  if (args.productId)
-    side.metadata.push_back(TextItem(tmx::writer::kItemProductId, *args.productId));
+    // The product id ties bookmark lists to this programme.
+    if (args.productId)
+      side.metadata.push_back(TextItem(tmx::writer::kItemProductId, *args.productId));
   }
   if (!args.cover.empty()) {
     std::string jpeg;
