@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "codec/speech/encoder.h"
 #include "common.h"
 #include "mux.h"
 #include "writer/chapter_list.h"
@@ -134,19 +133,10 @@ int MuxLegacy(int argc, char** argv) {
     return Fail(a.input + ": " + error);
 
   tmx::writer::LegacyProgramme programme;
-  programme.codecId =
+  const std::uint16_t codec =
       a.mode == 3 ? tmx::writer::kLegacyCodecSpeech8 : tmx::writer::kLegacyCodecSpeech16;
-  tmx::speech::Encoder* encoder = tmx::speech::CreateEncoder(a.mode);
-  if (!encoder) return Fail("out of memory");
-  const auto samples = std::size_t(tmx::speech::PacketSamples(encoder));
-  const auto bytes = std::size_t(tmx::speech::PacketBytes(encoder));
-  pcm.resize((pcm.size() + samples - 1) / samples * samples, 0);  // pad the last packet
-  for (std::size_t at = 0; at < pcm.size(); at += samples) {
-    Bytes packet(bytes);
-    tmx::speech::EncodePacket(encoder, pcm.data() + at, packet.data());
-    programme.frames.push_back(std::move(packet));
-  }
-  tmx::speech::DestroyEncoder(encoder);
+  if (tmx::writer::EncodeSpeech(codec, pcm, &programme) != TMX_OK) return Fail("out of memory");
+  const std::uint64_t samples = a.mode == 3 ? 144 : 160;  // a packet's samples
   if (programme.frames.empty()) return Fail(a.input + ": no audio");
 
   if (!a.chapters.empty()) {

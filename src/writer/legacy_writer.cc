@@ -3,8 +3,10 @@
 #include "writer/legacy_writer.h"
 
 #include <algorithm>
+#include <new>
 #include <span>
 
+#include "codec/speech/encoder.h"
 #include "writer/output.h"
 
 namespace tmx::writer {
@@ -212,6 +214,34 @@ std::int32_t WriteLegacyProgramme(const LegacyProgramme& p, TMXStream* stream,
   WriteSegments(out, p, plan);
   TMX_RETURN_IF_ERROR(out.Flush());
   if (layout) *layout = plan.layout;
+  return TMX_OK;
+}
+
+std::int32_t EncodeSpeech(std::uint16_t codecId, const std::vector<std::int16_t>& pcm,
+                          LegacyProgramme* programme) noexcept {
+  const int mode = codecId == kLegacyCodecSpeech8 ? 3 : codecId == kLegacyCodecSpeech16 ? 4 : 0;
+  if (mode == 0) return TMX_ERR_ARGUMENT;
+  speech::Encoder* encoder = speech::CreateEncoder(mode);
+  if (!encoder) return TMX_ERR_MEMORY;
+  const auto samples = std::size_t(speech::PacketSamples(encoder));
+  const auto bytes = std::size_t(speech::PacketBytes(encoder));
+  std::vector<std::int16_t> packetPcm(samples);
+  try {
+    programme->codecId = codecId;
+    programme->frames.clear();
+    for (std::size_t at = 0; at < pcm.size(); at += samples) {
+      const std::size_t n = std::min(samples, pcm.size() - at);
+      std::copy_n(pcm.begin() + std::ptrdiff_t(at), n, packetPcm.begin());
+      std::fill(packetPcm.begin() + std::ptrdiff_t(n), packetPcm.end(), std::int16_t(0));
+      std::vector<std::uint8_t> packet(bytes);
+      speech::EncodePacket(encoder, packetPcm.data(), packet.data());
+      programme->frames.push_back(std::move(packet));
+    }
+  } catch (const std::bad_alloc&) {
+    speech::DestroyEncoder(encoder);
+    return TMX_ERR_MEMORY;
+  }
+  speech::DestroyEncoder(encoder);
   return TMX_OK;
 }
 

@@ -86,4 +86,11 @@ struct LegacyLayout {
 std::int32_t WriteLegacyProgramme(const LegacyProgramme& programme, TMXStream* out,
                                   LegacyLayout* layout = nullptr) noexcept;
 
+// Codes 16-bit mono PCM (8000 Hz for kLegacyCodecSpeech8, 16000 Hz for
+// kLegacyCodecSpeech16) with the speech encoder into `programme`'s frames,
+// setting its codec id; the last packet is padded with silence. -18 for
+// another codec, -10 without memory.
+std::int32_t EncodeSpeech(std::uint16_t codecId, const std::vector<std::int16_t>& pcm,
+                          LegacyProgramme* programme) noexcept;
+
 }  // namespace tmx::writer
