@@ -1,48 +1,15 @@
 // Frame access, seeking, chapters and the position file, through the exports.
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "api/file.h"
-#include "container/mp4/sample_description.h"
+#include "container/mp4/mp4_fixture.h"
 #include "playback/position.h"
-#include "support/memory_stream.h"
-#include "support/mp4_builder.h"
 #include "util/frame_time.h"
+#include "util/status.h"
 
 namespace tmx {
 namespace {
 
 using namespace tmx::test;
-
-// A programme open with a position stream held in memory.
-class Player {
- public:
-  Player(const ByteVec& bytes, MemoryStream* position)
-      : stream_(std::make_unique<MemoryStream>(bytes)) {
-    rc_ = TMXOpenFile(&file_, stream_->stream(), position ? position->stream() : nullptr);
-    if (rc_ != TMX_OK) file_ = nullptr;
-  }
-  ~Player() { Close(); }
-  void Close() {
-    if (file_) TMXCloseFile(file_);
-    file_ = nullptr;
-  }
-  TMXFile* f() const { return file_; }
-  std::int32_t rc() const { return rc_; }
-  std::int32_t Read(ByteVec& out, std::int32_t capacity = 4096) {
-    out.assign(std::size_t(capacity > 0 ? capacity : 1), 0);
-    std::uint32_t count = 0;
-    std::int32_t rc = TMXGetEncodedAudio(file_, out.data(), capacity, &count);
-    out.resize(rc == TMX_OK ? count : 0);
-    return rc;
-  }
-
- private:
-  std::unique_ptr<MemoryStream> stream_;
-  TMXFile* file_ = nullptr;
-  std::int32_t rc_ = 0;
-};
 
 TrackSpec Audio(std::uint32_t frames, std::uint32_t rate, std::uint32_t frameSize = 12) {
   TrackSpec t;
@@ -52,18 +19,12 @@ TrackSpec Audio(std::uint32_t frames, std::uint32_t rate, std::uint32_t frameSiz
   return t;
 }
 
-TrackSpec Titles(std::uint32_t id, const std::vector<std::uint32_t>& startFrames,
-                 std::uint32_t total) {
-  TrackSpec t;
-  t.id = id;
-  t.entry = "text";
-  t.tkhdFlags = 0;
+// Chapter titles in a track of another timescale: its deltas still count
+// audio samples.
+TrackSpec Titles(const std::vector<std::uint32_t>& startFrames, std::uint32_t total) {
+  TrackSpec t =
+      TitleTrack(2, std::vector<std::string>(startFrames.size(), "Chapter"), startFrames, total);
   t.timescale = 1000;
-  for (std::size_t i = 0; i < startFrames.size(); ++i) {
-    t.samples.push_back(TextSample("Chapter " + std::to_string(i + 1)));
-    const std::uint32_t end = i + 1 < startFrames.size() ? startFrames[i + 1] : total;
-    t.stts.push_back({1, (end - startFrames[i]) * 1024});
-  }
   return t;
 }
 
@@ -73,7 +34,7 @@ ProgrammeSpec Book(std::uint32_t frames = 16000) {
   plan.audioSpecificConfig = 0x1288;  // LC, 32 kHz, mono
   plan.tracks.push_back(Audio(frames, 32000, 4));
   plan.tracks[0].chap = {2};
-  plan.tracks.push_back(Titles(2, {0, 1875, 3750}, frames));
+  plan.tracks.push_back(Titles({0, 1875, 3750}, frames));
   return plan;
 }
 
@@ -108,101 +69,102 @@ TEST(Playback, ArgumentChecksComeFirst) {
   EXPECT_EQ(TMXSavePlaybackPosition(nullptr, 0), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetOriginalTitle(nullptr, &v, &v, &v, &v, &v, &v, &v), TMX_ERR_HANDLE);
 
-  Player p(BuildProgramme(Book(100)).bytes, nullptr);
+  OpenProgramme p(BuildProgramme(Book(100)).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(TMXGetNextFrameInfo(p.f(), nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetEncodedAudio(p.f(), nullptr, 4, &v), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetEncodedAudio(p.f(), buf, 4, nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetChapterStartTime(p.f(), 0, nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetCurrentChapter(p.f(), nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetPlaybackPosition(p.f(), nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetNextFrameInfo(p.file(), nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetEncodedAudio(p.file(), nullptr, 4, &v), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetEncodedAudio(p.file(), buf, 4, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetChapterStartTime(p.file(), 0, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetCurrentChapter(p.file(), nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetPlaybackPosition(p.file(), nullptr), TMX_ERR_ARGUMENT);
   // Nothing has been described yet.
-  EXPECT_EQ(TMXSkipNextFrame(p.f()), TMX_ERR_NOT_FOUND);
-  EXPECT_EQ(TMXGetNextFrameInfo(p.f(), &info), TMX_OK);
+  EXPECT_EQ(TMXSkipNextFrame(p.file()), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(TMXGetNextFrameInfo(p.file(), &info), TMX_OK);
 }
 
 TEST(Playback, ChaptersAndTheCurrentChapter) {
-  Player p(BuildProgramme(Book()).bytes, nullptr);
+  OpenProgramme p(BuildProgramme(Book()).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   std::uint32_t v = 0;
-  ASSERT_EQ(TMXGetChapterCount(p.f(), &v), TMX_OK);
+  ASSERT_EQ(TMXGetChapterCount(p.file(), &v), TMX_OK);
   EXPECT_EQ(v, 3u);
   for (auto [chapter, ms] : {std::pair{0u, 0u}, std::pair{1u, 60000u}, std::pair{2u, 120000u}}) {
-    ASSERT_EQ(TMXGetChapterStartTime(p.f(), chapter, &v), TMX_OK);
+    ASSERT_EQ(TMXGetChapterStartTime(p.file(), chapter, &v), TMX_OK);
     EXPECT_EQ(v, ms);
   }
-  EXPECT_EQ(TMXGetChapterStartTime(p.f(), 3, &v), TMX_ERR_INDEX);
+  EXPECT_EQ(TMXGetChapterStartTime(p.file(), 3, &v), TMX_ERR_INDEX);
   for (auto [ms, chapter] : {std::pair{60000u, 1u}, std::pair{59999u, 0u}, std::pair{500000u, 2u},
                              std::pair{0u, 0u}, std::pair{120000u, 2u}}) {
-    ASSERT_EQ(TMXSeek(p.f(), ms), TMX_OK) << ms;
-    ASSERT_EQ(TMXGetCurrentChapter(p.f(), &v), TMX_OK);
+    ASSERT_EQ(TMXSeek(p.file(), ms), TMX_OK) << ms;
+    ASSERT_EQ(TMXGetCurrentChapter(p.file(), &v), TMX_OK);
     EXPECT_EQ(v, chapter) << ms;
   }
-  ASSERT_EQ(TMXSeekToChapter(p.f(), 2), TMX_OK);
-  EXPECT_EQ(p.f()->currentFrame, 3750u);
-  EXPECT_EQ(p.f()->decoderResetPending, 1u);
-  EXPECT_EQ(TMXSeekToChapter(p.f(), 3), TMX_ERR_INDEX);
+  ASSERT_EQ(TMXSeekToChapter(p.file(), 2), TMX_OK);
+  EXPECT_EQ(p.file()->currentFrame, 3750u);
+  EXPECT_EQ(p.file()->decoderResetPending, 1u);
+  EXPECT_EQ(TMXSeekToChapter(p.file(), 3), TMX_ERR_INDEX);
 }
 
 TEST(Playback, CurrentChapterNeedsChapters) {
   auto plan = Book(100);
   plan.tracks[0].chap.clear();
-  Player p(BuildProgramme(plan).bytes, nullptr);
+  OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   std::uint32_t v = 9;
-  EXPECT_EQ(TMXGetCurrentChapter(p.f(), &v), TMX_ERR_NOT_FOUND);
-  EXPECT_EQ(TMXGetChapterCount(p.f(), &v), TMX_OK);
+  EXPECT_EQ(TMXGetCurrentChapter(p.file(), &v), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(TMXGetChapterCount(p.file(), &v), TMX_OK);
   EXPECT_EQ(v, 0u);
 }
 
 TEST(Playback, SeekBoundaries) {
-  Player p(BuildProgramme(Book(100)).bytes, nullptr);
+  OpenProgramme p(BuildProgramme(Book(100)).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   // Frame 95 begins at 3040 ms; the last chunk (frames 96-99) is reached
   // only by reading on, and 100 frames end at 3200 ms.
-  EXPECT_EQ(TMXSeek(p.f(), 3040), TMX_OK);
-  EXPECT_EQ(p.f()->currentFrame, 95u);
-  EXPECT_EQ(TMXSeek(p.f(), 3200), TMX_ERR_SEEK_RANGE);
-  EXPECT_EQ(TMXSeek(p.f(), 0xFFFFFFFF), TMX_ERR_SEEK_RANGE);
-  EXPECT_EQ(TMXSeek(p.f(), 0), TMX_OK);
-  p.f()->samplesPerFrame = 0;
-  EXPECT_EQ(TMXSeek(p.f(), 0), TMX_ERR_INCONSISTENT);
-  p.f()->samplesPerFrame = 1024;
+  EXPECT_EQ(TMXSeek(p.file(), 3040), TMX_OK);
+  EXPECT_EQ(p.file()->currentFrame, 95u);
+  EXPECT_EQ(TMXSeek(p.file(), 3200), TMX_ERR_SEEK_RANGE);
+  EXPECT_EQ(TMXSeek(p.file(), 0xFFFFFFFF), TMX_ERR_SEEK_RANGE);
+  EXPECT_EQ(TMXSeek(p.file(), 0), TMX_OK);
+  p.file()->samplesPerFrame = 0;
+  EXPECT_EQ(TMXSeek(p.file(), 0), TMX_ERR_INCONSISTENT);
+  p.file()->samplesPerFrame = 1024;
 }
 
 TEST(Playback, ReadsToTheEndThenStartsAgain) {
   auto plan = Book(40);
   MemoryStream position;
-  Player p(BuildProgramme(plan).bytes, &position);
+  OpenProgramme p(BuildProgramme(plan).bytes, &position);
   ASSERT_EQ(p.rc(), TMX_OK);
   ByteVec frame;
   for (std::uint32_t i = 0; i < 40; ++i) {
-    ASSERT_EQ(p.Read(frame), TMX_OK) << i;
+    ASSERT_EQ(p.ReadAudio(frame), TMX_OK) << i;
     EXPECT_EQ(frame, plan.tracks[0].samples[i]);
   }
-  EXPECT_EQ(p.Read(frame), TMX_ERR_END);
+  EXPECT_EQ(p.ReadAudio(frame), TMX_ERR_END);
   // The end wrote a finished record whose checksum leaves the flag out.
   PositionRecord r = Record(position);
   EXPECT_EQ(r.version, 2u);
   EXPECT_EQ(r.position, 0u);
   EXPECT_EQ(r.finished, 1u);
   EXPECT_EQ(r.checksum, PositionChecksum(0, 0));
-  ASSERT_EQ(p.Read(frame), TMX_OK);
+  EXPECT_EQ(PositionChecksum(0x01020304, 1), ~11u);  // the complement of a byte sum
+  ASSERT_EQ(p.ReadAudio(frame), TMX_OK);
   EXPECT_EQ(frame, plan.tracks[0].samples[0]);
 }
 
 TEST(Playback, AdtsHeadersAndSmallBuffers) {
-  for (std::uint16_t asc : {0x1208, 0x1210, 0x1390, 0x1188, 0x1590}) {
+  for (std::uint16_t asc : {0x1208, 0x1230, 0x1390, 0x1188, 0x1590}) {
     auto plan = Book(10);
     plan.audioSpecificConfig = asc;
-    plan.tracks[0].samples[0] = ByteVec(400, 0x5A);
-    Player p(BuildProgramme(plan).bytes, nullptr);
+    plan.tracks[0].samples[0] = ByteVec(4200, 0x5A);
+    OpenProgramme p(BuildProgramme(plan).bytes);
     ASSERT_EQ(p.rc(), TMX_OK);
-    TMXEnableADTSHeaders(p.f());
+    TMXEnableADTSHeaders(p.file());
     ByteVec frame;
-    EXPECT_EQ(p.Read(frame, 406), TMX_ERR_BUFFER);
-    ASSERT_EQ(p.Read(frame, 407), TMX_OK);
-    ASSERT_EQ(frame.size(), 407u);
+    EXPECT_EQ(p.ReadAudio(frame, 4206), TMX_ERR_BUFFER);
+    ASSERT_EQ(p.ReadAudio(frame, 4207), TMX_OK);
+    ASSERT_EQ(frame.size(), 4207u);
     // Field by field.
     EXPECT_EQ(frame[0], 0xFF);
     EXPECT_EQ(frame[1], 0xF9);                           // sync, MPEG-2, layer 0, no CRC
@@ -210,38 +172,31 @@ TEST(Playback, AdtsHeadersAndSmallBuffers) {
     EXPECT_EQ((frame[2] >> 2) & 0xF, (asc >> 7) & 0xF);  // rate index
     EXPECT_EQ(((frame[2] & 1) << 2) | (frame[3] >> 6), (asc >> 3) & 0xF);  // channels
     EXPECT_EQ(frame[3] & 0x30, 0x30);                                      // original/copy and home
-    EXPECT_EQ(((frame[3] & 3) << 11) | (frame[4] << 3) | (frame[5] >> 5), 407);
+    EXPECT_EQ(((frame[3] & 3) << 11) | (frame[4] << 3) | (frame[5] >> 5), 4207);
     EXPECT_EQ(((frame[5] & 0x1F) << 6) | (frame[6] >> 2), 0x7FF);
     EXPECT_EQ(frame[6] & 3, 0);
-    EXPECT_EQ(ByteVec(frame.begin() + 7, frame.end()), ByteVec(400, 0x5A));
-    TMXDisableADTSHeaders(p.f());
-    ASSERT_EQ(p.Read(frame), TMX_OK);
+    EXPECT_EQ(ByteVec(frame.begin() + 7, frame.end()), ByteVec(4200, 0x5A));
+    TMXDisableADTSHeaders(p.file());
+    ASSERT_EQ(p.ReadAudio(frame), TMX_OK);
     EXPECT_EQ(frame, plan.tracks[0].samples[1]);
   }
 }
 
 TEST(Playback, NextFrameInfoFiltersSideSamples) {
   ProgrammeSpec plan = Book(40);
-  plan.tracks[1] = Titles(2, {0, 10, 25}, 40);
+  plan.tracks[1] = Titles({0, 10, 25}, 40);
   plan.tracks[0].chap = {2, 3};
-  TrackSpec pictures;
-  pictures.id = 3;
-  pictures.entry = "jpeg";
-  pictures.tkhdFlags = 0x1000;
-  pictures.timescale = 1000;
-  pictures.samples = {ByteVec(50, 1), ByteVec(70, 2)};
-  pictures.stts = {{1, 20 * 1024}, {1, 20 * 1024}};
-  plan.tracks.push_back(pictures);
+  plan.tracks.push_back(SideTrack(3, "jpeg", {ByteVec(50, 1), ByteVec(70, 2)}, 0x1000, 20));
   auto walk = [&](bool text, bool images) {
-    Player p(BuildProgramme(plan).bytes, nullptr);
+    OpenProgramme p(BuildProgramme(plan).bytes);
     EXPECT_EQ(p.rc(), TMX_OK);
-    if (text) TMXEnableChapterText(p.f());
-    if (images) TMXEnableChapterImages(p.f());
+    if (text) TMXEnableChapterText(p.file());
+    if (images) TMXEnableChapterImages(p.file());
     std::vector<TMXFrameInfo> seen;
     TMXFrameInfo info;
-    while (TMXGetNextFrameInfo(p.f(), &info) == TMX_OK && seen.size() < 200) {
+    while (TMXGetNextFrameInfo(p.file(), &info) == TMX_OK && seen.size() < 200) {
       seen.push_back(info);
-      EXPECT_EQ(TMXSkipNextFrame(p.f()), TMX_OK);
+      EXPECT_EQ(TMXSkipNextFrame(p.file()), TMX_OK);
     }
     return seen;
   };
@@ -267,72 +222,70 @@ TEST(PositionFile, SavesOnSeekAndCloseAndRestoresAtOpen) {
   const auto bytes = BuildProgramme(Book(4000)).bytes;
   MemoryStream position;
   {
-    Player p(bytes, &position);
+    OpenProgramme p(bytes, &position);
     ASSERT_EQ(p.rc(), TMX_OK);
-    ASSERT_EQ(TMXSeek(p.f(), 64000), TMX_OK);
+    ASSERT_EQ(TMXSeek(p.file(), 64000), TMX_OK);
     PositionRecord r = Record(position);
     EXPECT_EQ(r.position, 64000u);
     EXPECT_EQ(r.finished, 0u);
-    ASSERT_EQ(TMXSeek(p.f(), 96000), TMX_OK);
+    ASSERT_EQ(TMXSeek(p.file(), 96000), TMX_OK);
   }
   EXPECT_EQ(Record(position).position, 96000u);  // the close wrote it again
   EXPECT_EQ(position.closes(), 1);
-  Player q(bytes, &position);
+  OpenProgramme q(bytes, &position);
   ASSERT_EQ(q.rc(), TMX_OK);
   std::uint32_t ms = 0;
-  ASSERT_EQ(TMXGetPlaybackPosition(q.f(), &ms), TMX_OK);
+  ASSERT_EQ(TMXGetPlaybackPosition(q.file(), &ms), TMX_OK);
   EXPECT_EQ(ms, 96000u);
-  EXPECT_EQ(q.f()->decoderResetPending, 1u);
+  EXPECT_EQ(q.file()->decoderResetPending, 1u);
 }
 
 TEST(PositionFile, BadRecordsStartAtTheBeginning) {
   const auto bytes = BuildProgramme(Book(4000)).bytes;
+  ByteVec changed = RecordBytes(2, 64000, 0);
+  changed[10] ^= 0x10;  // a changed byte in the position field
   const std::vector<ByteVec> bad = {
       {},                                                        // empty
       ByteVec(10, 0),                                            // short
       RecordBytes(1, 64000, 0),                                  // another version
       RecordBytes(2, 64000, 0, PositionChecksum(64000, 0) ^ 1),  // changed checksum
+      changed,
   };
   for (const auto& record : bad) {
     MemoryStream position(record);
-    Player p(bytes, &position);
+    OpenProgramme p(bytes, &position);
     ASSERT_EQ(p.rc(), TMX_OK);
     std::uint32_t ms = 1;
-    EXPECT_EQ(TMXGetPlaybackPosition(p.f(), &ms), TMX_OK);
+    EXPECT_EQ(TMXGetPlaybackPosition(p.file(), &ms), TMX_OK);
     EXPECT_EQ(ms, 0u);
+    TMXFrameInfo info;
+    ASSERT_EQ(TMXGetNextFrameInfo(p.file(), &info), TMX_OK);
+    EXPECT_EQ(info.index, 0u);
   }
-  // A changed byte in the position field.
-  auto changed = RecordBytes(2, 64000, 0);
-  changed[10] ^= 0x10;
-  MemoryStream position(changed);
-  Player p(bytes, &position);
-  TMXFrameInfo info;
-  ASSERT_EQ(TMXGetNextFrameInfo(p.f(), &info), TMX_OK);
-  EXPECT_EQ(info.index, 0u);
 }
 
 TEST(PositionFile, FinishedRecordsPlaceTheReaderOnTheLastFrame) {
   const auto bytes = BuildProgramme(Book(4000)).bytes;
   MemoryStream position(RecordBytes(2, 1000, 1));
-  Player p(bytes, &position);
+  OpenProgramme p(bytes, &position);
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXFrameInfo info;
-  TMXGetNextFrameInfo(p.f(), &info);
-  EXPECT_GE(p.f()->currentFrame, 3999u);
+  TMXGetNextFrameInfo(p.file(), &info);
+  EXPECT_GE(p.file()->currentFrame, 3999u);
 }
 
 TEST(PositionFile, MissingFileIsCreatedOnTheFirstSave) {
   const auto bytes = BuildProgramme(Book(100)).bytes;
   MemoryStream position;
   position.ops().Open = [](TMXStream*, std::int32_t) -> std::int32_t { return TMX_ERR_FILE; };
-  Player p(bytes, &position);
+  OpenProgramme p(bytes, &position);
   ASSERT_EQ(p.rc(), TMX_OK);
   ByteVec frame;
   // The load finds no file and plays from 0; the first save creates it.
-  ASSERT_EQ(p.Read(frame), TMX_OK);
+  ASSERT_EQ(p.ReadAudio(frame), TMX_OK);
   EXPECT_EQ(position.opens(), 1);
   EXPECT_EQ(position.data().size(), 0u);  // the countdown has not run out
-  ASSERT_EQ(TMXSavePlaybackPosition(p.f(), 0), TMX_OK);
+  ASSERT_EQ(TMXSavePlaybackPosition(p.file(), 0), TMX_OK);
   EXPECT_EQ(position.opens(), 1);
   EXPECT_EQ(Record(position).position, 32u);
 
@@ -340,28 +293,29 @@ TEST(PositionFile, MissingFileIsCreatedOnTheFirstSave) {
   MemoryStream nowhere;
   nowhere.ops().Open = position.ops().Open;
   nowhere.ops().Create = [](TMXStream*) -> std::int32_t { return TMX_ERR_FILE; };
-  Player q(bytes, &nowhere);
-  EXPECT_EQ(TMXSavePlaybackPosition(q.f(), 0), TMX_ERR_FILE);
-  EXPECT_EQ(TMXSeek(q.f(), 64), TMX_OK);
+  OpenProgramme q(bytes, &nowhere);
+  EXPECT_EQ(TMXSavePlaybackPosition(q.file(), 0), TMX_ERR_FILE);
+  EXPECT_EQ(TMXSeek(q.file(), 64), TMX_OK);
 }
 
 TEST(PositionFile, PeriodicSavesFollowTheCountdown) {
   ProgrammeSpec plan;
   plan.tracks.push_back(Audio(2000, 22050, 4));
   MemoryStream position;
-  Player p(BuildProgramme(plan).bytes, &position);
+  OpenProgramme p(BuildProgramme(plan).bytes, &position);
   ASSERT_EQ(p.rc(), TMX_OK);
-  ASSERT_EQ(p.f()->positionSaveInterval, 645);
+  ASSERT_EQ(p.file()->positionSaveInterval, 645);
   ByteVec frame;
   std::vector<std::uint32_t> writtenAt;
   int writes = position.writes();
   for (std::uint32_t i = 1; i <= 1950; ++i) {
-    ASSERT_EQ(p.Read(frame), TMX_OK);
+    ASSERT_EQ(p.ReadAudio(frame), TMX_OK);
     if (position.writes() != writes) writtenAt.push_back(i);
     writes = position.writes();
     if (i == 1300) {
-      ASSERT_EQ(TMXSeek(p.f(), FramesToMs(1300, 22050, 1024) + 1), TMX_OK);  // restarts the count
-      ASSERT_EQ(p.f()->currentFrame, 1300u);
+      ASSERT_EQ(TMXSeek(p.file(), FramesToMs(1300, 22050, 1024) + 1),
+                TMX_OK);  // restarts the count
+      ASSERT_EQ(p.file()->currentFrame, 1300u);
       writes = position.writes();
     }
   }
@@ -369,13 +323,13 @@ TEST(PositionFile, PeriodicSavesFollowTheCountdown) {
 }
 
 TEST(Playback, OriginalTitleOfMp4FilesIsEmpty) {
-  Player p(BuildProgramme(Book(10)).bytes, nullptr);
+  OpenProgramme p(BuildProgramme(Book(10)).bytes);
   std::uint32_t w[7] = {9, 9, 9, 9, 9, 9, 9};
-  ASSERT_EQ(TMXGetOriginalTitle(p.f(), &w[0], &w[1], &w[2], &w[3], &w[4], &w[5], &w[6]), TMX_OK);
+  ASSERT_EQ(TMXGetOriginalTitle(p.file(), &w[0], &w[1], &w[2], &w[3], &w[4], &w[5], &w[6]), TMX_OK);
   EXPECT_EQ(w[0], 0u);
   EXPECT_EQ(w[1], 9u);
   EXPECT_EQ(
-      TMXGetOriginalTitle(p.f(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+      TMXGetOriginalTitle(p.file(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
       TMX_ERR_ARGUMENT);
 }
 

@@ -4,15 +4,11 @@
 
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "api/file.h"
-#include "container/format_handler.h"
+#include "container/mp4/mp4_fixture.h"
 #include "support/fault_loops.h"
-#include "support/memory_stream.h"
-#include "support/mp4_builder.h"
 #include "util/alloc.h"
 #include "util/frame_time.h"
 #include "util/status.h"
@@ -26,8 +22,6 @@ using namespace tmx::test;
 constexpr std::uint8_t kGuard = 0xA5;
 constexpr std::uint32_t kRate = 22050;
 constexpr std::uint32_t kFrames = 120;
-
-ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
 
 // A picture whose bytes tell it apart from the others.
 ByteVec Jpeg(std::size_t size, std::uint8_t seed) {
@@ -68,57 +62,16 @@ std::uint32_t Stored(std::uint32_t ms) {
   return FramesToMs(frame, kRate, 1024);
 }
 
-class Programme {
- public:
-  explicit Programme(const ByteVec& bytes) : stream_(std::make_unique<MemoryStream>(bytes)) {
-    rc_ = TMXOpenFile(&file_, stream_->stream(), nullptr);
-    if (rc_ != TMX_OK) file_ = nullptr;
-  }
-  ~Programme() {
-    if (file_) TMXCloseFile(file_);
-  }
-  std::int32_t rc() const { return rc_; }
-  TMXFile* f() const { return file_; }
-  MemoryStream& stream() { return *stream_; }
-
- private:
-  std::unique_ptr<MemoryStream> stream_;
-  TMXFile* file_ = nullptr;
-  std::int32_t rc_ = 0;
-};
-
-struct Out {
-  std::int32_t rc;
-  ByteVec bytes;  // the whole buffer
-};
-
-// Calls `read` on a buffer of `capacity` bytes with guard bytes behind it.
-Out Guarded(std::uint32_t capacity,
-            const std::function<std::int32_t(std::uint8_t*, std::uint32_t)>& read) {
-  ByteVec buffer(capacity + 8, kGuard);
-  const std::int32_t rc = read(buffer.data(), capacity);
-  for (std::size_t i = capacity; i < buffer.size(); ++i)
-    EXPECT_EQ(buffer[i], kGuard) << "written past the buffer at " << i;
-  buffer.resize(capacity);
-  return {rc, buffer};
-}
-
-std::string UpToZero(const ByteVec& b, std::size_t from = 0) {
-  const auto begin = b.begin() + std::ptrdiff_t(from);
-  return std::string(begin, std::find(begin, b.end(), 0));
-}
-
-std::u16string Utf16At(const ByteVec& b, std::size_t from) {
-  std::u16string s((b.size() - from) / 2, u'\0');
-  std::memcpy(s.data(), b.data() + from, s.size() * 2);
-  return s.substr(0, s.find(u'\0'));
-}
-
 std::string Title(TMXFile* f, const TMXFrameInfo& record, std::uint32_t capacity) {
-  const Out o = Guarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
+  const Guarded o = ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
     return TMXGetChapterText(f, &record, b, n);
   });
   return o.rc == TMX_OK ? UpToZero(o.bytes) : "<" + std::to_string(o.rc) + ">";
+}
+
+Guarded Link(TMXFile* f, const TMXFrameInfo& record, std::uint32_t capacity) {
+  return ReadGuarded(
+      capacity, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(f, &record, b, n); });
 }
 
 TEST(SideTracks, ArgumentChecks) {
@@ -135,9 +88,9 @@ TEST(SideTracks, ArgumentChecks) {
   EXPECT_EQ(TMXGetLink(nullptr, &info, buf, 8), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetEncodedImage(nullptr, &info, 0, buf, 8, &v), TMX_ERR_HANDLE);
 
-  Programme p(Written(Side()));
+  OpenProgramme p(Written(Side()));
   ASSERT_EQ(p.rc(), TMX_OK);
-  TMXFile* f = p.f();
+  TMXFile* f = p.file();
   EXPECT_EQ(TMXGetLinkCount(f, nullptr), TMX_ERR_ARGUMENT);
   EXPECT_EQ(TMXGetChapterInfo(f, 9, nullptr), TMX_ERR_ARGUMENT);
   EXPECT_EQ(TMXGetLinkInfo(f, 9, nullptr), TMX_ERR_ARGUMENT);
@@ -186,7 +139,7 @@ TEST(SideTracks, ArgumentChecks) {
 }
 
 TEST(SideTracks, ChapterTitlesInEveryFormat) {
-  Programme p(Written(Side()));
+  OpenProgramme p(Written(Side()));
   ASSERT_EQ(p.rc(), TMX_OK);
   const std::vector<std::string> utf8 = {"Erstes Kapitel", "Zweites: \u00DCber",
                                          "Drei \xE2\x82\xAC"};
@@ -196,17 +149,17 @@ TEST(SideTracks, ChapterTitlesInEveryFormat) {
   const std::uint32_t starts[] = {0, 1500, 3000};
   for (std::uint32_t format : {0u, 1u, 2u, 3u, 7u}) {
     SCOPED_TRACE(format);
-    ASSERT_EQ(TMXSetUnicodeFormat(p.f(), format), TMX_OK);
+    ASSERT_EQ(TMXSetUnicodeFormat(p.file(), format), TMX_OK);
     for (std::uint32_t i = 0; i < 3; ++i) {
       TMXFrameInfo r{};
-      ASSERT_EQ(TMXGetChapterInfo(p.f(), i, &r), TMX_OK);
+      ASSERT_EQ(TMXGetChapterInfo(p.file(), i, &r), TMX_OK);
       EXPECT_EQ(r.type, FourCC("text"));
       EXPECT_EQ(r.index, i);
       EXPECT_EQ(r.startTime, Stored(starts[i]));
       const std::uint32_t length = std::uint32_t(utf8[i].size()) + 1;
       EXPECT_EQ(r.size, format & 2 ? 2 * length : length);
-      const Out o = Guarded(r.size, [&](std::uint8_t* b, std::uint32_t n) {
-        return TMXGetChapterText(p.f(), &r, b, n);
+      const Guarded o = ReadGuarded(r.size, [&](std::uint8_t* b, std::uint32_t n) {
+        return TMXGetChapterText(p.file(), &r, b, n);
       });
       ASSERT_EQ(o.rc, TMX_OK);
       if (format == 1) {
@@ -219,58 +172,50 @@ TEST(SideTracks, ChapterTitlesInEveryFormat) {
     }
   }
   // Short buffers cut the title; a single byte holds the terminator alone.
-  TMXSetUnicodeFormat(p.f(), 1);
+  TMXSetUnicodeFormat(p.file(), 1);
   TMXFrameInfo r{};
-  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &r), TMX_OK);
-  EXPECT_EQ(Title(p.f(), r, 11), "Zweites: ");  // no half of the "Ü"
-  EXPECT_EQ(Title(p.f(), r, 1), "");
+  ASSERT_EQ(TMXGetChapterInfo(p.file(), 1, &r), TMX_OK);
+  EXPECT_EQ(Title(p.file(), r, 11), "Zweites: ");  // no half of the "Ü"
+  EXPECT_EQ(Title(p.file(), r, 1), "");
 }
 
-// A hand-built programme whose title samples are followed by chosen bytes.
-ByteVec TitlesWithTails(const std::vector<ByteVec>& samples) {
+// A hand-built programme of 40 frames with one side track of `samples`.
+ByteVec WithSideSamples(const std::string& entry, const std::vector<ByteVec>& samples) {
   ProgrammeSpec layout;
-  TrackSpec audio;
-  audio.samples = MakeFrames(24);
-  audio.samplesPerChunk = 4;
-  audio.chap = {2};
-  layout.tracks.push_back(audio);
-  TrackSpec titles;
-  titles.id = 2;
-  titles.entry = "text";
-  titles.tkhdFlags = 0;
-  titles.samples = samples;
-  for (std::size_t i = 0; i < samples.size(); ++i) titles.stts.push_back({1, 4 * 1024});
-  layout.tracks.push_back(titles);
+  layout.tracks.push_back(AudioTrack(40));
+  layout.tracks[0].chap = {2};
+  layout.tracks.push_back(SideTrack(2, entry, samples));
   return BuildProgramme(layout).bytes;
 }
 
 TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
-  Programme p(TitlesWithTails({TextSample(""), Concat({TextSample("Ab"), V("XY")}),
+  OpenProgramme p(
+      WithSideSamples("text", {TextSample(""), Concat({TextSample("Ab"), V("XY")}),
                                Concat({TextSample("Cd"), Be32(12), V("encd"), Be32(0x100)})}));
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXFrameInfo r{};
   for (std::uint32_t format : {0u, 1u, 3u}) {
     SCOPED_TRACE(format);
-    TMXSetUnicodeFormat(p.f(), format);
-    ASSERT_EQ(TMXGetChapterInfo(p.f(), 0, &r), TMX_OK);
+    TMXSetUnicodeFormat(p.file(), format);
+    ASSERT_EQ(TMXGetChapterInfo(p.file(), 0, &r), TMX_OK);
     EXPECT_EQ(r.size, format == 3 ? 2u : 1u);
-    const Out o = Guarded(r.size, [&](std::uint8_t* b, std::uint32_t n) {
-      return TMXGetChapterText(p.f(), &r, b, n);
+    const Guarded o = ReadGuarded(r.size, [&](std::uint8_t* b, std::uint32_t n) {
+      return TMXGetChapterText(p.file(), &r, b, n);
     });
     EXPECT_EQ(o.rc, TMX_OK);
     EXPECT_EQ(o.bytes, ByteVec(r.size, 0));
   }
   // The size covers one character more than the title, so the read runs
   // into the bytes behind it until the first zero byte.
-  TMXSetUnicodeFormat(p.f(), 0);
-  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &r), TMX_OK);
-  EXPECT_EQ(Title(p.f(), r, 16), "AbX");
-  ASSERT_EQ(TMXGetChapterInfo(p.f(), 2, &r), TMX_OK);
-  EXPECT_EQ(Title(p.f(), r, 16), "Cd");
-  TMXSetUnicodeFormat(p.f(), 3);
-  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &r), TMX_OK);
-  const Out o = Guarded(
-      16, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetChapterText(p.f(), &r, b, n); });
+  TMXSetUnicodeFormat(p.file(), 0);
+  ASSERT_EQ(TMXGetChapterInfo(p.file(), 1, &r), TMX_OK);
+  EXPECT_EQ(Title(p.file(), r, 16), "AbX");
+  ASSERT_EQ(TMXGetChapterInfo(p.file(), 2, &r), TMX_OK);
+  EXPECT_EQ(Title(p.file(), r, 16), "Cd");
+  TMXSetUnicodeFormat(p.file(), 3);
+  ASSERT_EQ(TMXGetChapterInfo(p.file(), 1, &r), TMX_OK);
+  const Guarded o = ReadGuarded(
+      16, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetChapterText(p.file(), &r, b, n); });
   ASSERT_EQ(o.rc, TMX_OK);
   EXPECT_EQ(Utf16At(o.bytes, 0), u"AbXY");
 
@@ -278,9 +223,9 @@ TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
   // an empty string in any format and -25.
   r.size = 0;
   for (std::uint32_t capacity : {1u, 2u, 6u}) {
-    const Out e = Guarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
+    const Guarded e = ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
       std::memset(b, 'x', n);
-      return TMXGetChapterText(p.f(), &r, b, n);
+      return TMXGetChapterText(p.file(), &r, b, n);
     });
     EXPECT_EQ(e.rc, TMX_ERR_NOT_FOUND);
     for (std::uint32_t i = 0; i < capacity; ++i) EXPECT_EQ(e.bytes[i], i < 2 ? 0 : 'x') << i;
@@ -288,15 +233,15 @@ TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
 }
 
 TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
-  Programme p(Written(Side()));
+  OpenProgramme p(Written(Side()));
   ASSERT_EQ(p.rc(), TMX_OK);
   const std::string address = "https://ex.org/a";  // 16 bytes: the caption starts at an odd offset
   const std::string caption = "Zweites Ziel \xC3\xA9";
   TMXFrameInfo r{};
   for (std::uint32_t format : {0u, 1u, 2u, 3u}) {
     SCOPED_TRACE(format);
-    TMXSetUnicodeFormat(p.f(), format);
-    ASSERT_EQ(TMXGetLinkInfo(p.f(), 1, &r), TMX_OK);
+    TMXSetUnicodeFormat(p.file(), format);
+    ASSERT_EQ(TMXGetLinkInfo(p.file(), 1, &r), TMX_OK);
     EXPECT_EQ(r.type, FourCC("tx3g"));
     EXPECT_EQ(r.index, 1u);
     EXPECT_EQ(r.startTime, Stored(2000));
@@ -304,8 +249,7 @@ TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
     // empty alternate text.
     const std::uint32_t sample = 2 + std::uint32_t(caption.size()) + 14 + 16;
     EXPECT_EQ(r.size, format & 2 ? sample + std::uint32_t(caption.size()) : sample);
-    const Out o =
-        Guarded(64, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+    const Guarded o = Link(p.file(), r, 64);
     ASSERT_EQ(o.rc, TMX_OK);
     EXPECT_EQ(UpToZero(o.bytes), address);
     if (format == 1) {
@@ -318,34 +262,30 @@ TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
   }
   // Room for the address and its terminator only: the caption area has
   // capacity 0 and stays untouched.
-  TMXSetUnicodeFormat(p.f(), 1);
-  const Out exact =
-      Guarded(17, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+  TMXSetUnicodeFormat(p.file(), 1);
+  const Guarded exact = Link(p.file(), r, 17);
   ASSERT_EQ(exact.rc, TMX_OK);
   EXPECT_EQ(exact.bytes, Concat({V(address), ByteVec{0}}));
-  const Out cut =
-      Guarded(21, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+  const Guarded cut = Link(p.file(), r, 21);
   ASSERT_EQ(cut.rc, TMX_OK);
   EXPECT_EQ(UpToZero(cut.bytes, 17), "Zwe");
   // The library never writes past the buffer: one without room for the
   // address is refused.
-  EXPECT_EQ(
-      Guarded(16, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); }).rc,
-      TMX_ERR_BUFFER);
+  EXPECT_EQ(Link(p.file(), r, 16).rc, TMX_ERR_BUFFER);
 }
 
 TEST(SideTracks, LinkStartTimesComeFromTheTitleTrack) {
   auto side = Side();
   side.links.push_back({4000, "Third link", "x"});
   side.links.push_back({5000, "Fourth link", "y"});
-  Programme p(Written(side));
+  OpenProgramme p(Written(side));
   ASSERT_EQ(p.rc(), TMX_OK);
   for (std::uint32_t i = 0; i < 3; ++i) {
     std::uint32_t ms = 1;
     TMXFrameInfo title{}, link{};
-    ASSERT_EQ(TMXGetLinkStartTime(p.f(), i, &ms), TMX_OK);
-    ASSERT_EQ(TMXGetChapterInfo(p.f(), i, &title), TMX_OK);
-    ASSERT_EQ(TMXGetLinkInfo(p.f(), i, &link), TMX_OK);
+    ASSERT_EQ(TMXGetLinkStartTime(p.file(), i, &ms), TMX_OK);
+    ASSERT_EQ(TMXGetChapterInfo(p.file(), i, &title), TMX_OK);
+    ASSERT_EQ(TMXGetLinkInfo(p.file(), i, &link), TMX_OK);
     EXPECT_EQ(ms, title.startTime) << i;
     if (i > 0) {
       EXPECT_NE(ms, link.startTime) << i;
@@ -353,13 +293,13 @@ TEST(SideTracks, LinkStartTimesComeFromTheTitleTrack) {
   }
   // Link 3 exists, chapter 3 does not.
   std::uint32_t ms = 1;
-  EXPECT_EQ(TMXGetLinkStartTime(p.f(), 3, &ms), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(TMXGetLinkStartTime(p.file(), 3, &ms), TMX_ERR_NOT_FOUND);
   EXPECT_EQ(ms, 1u);
-  EXPECT_EQ(TMXGetLinkStartTime(p.f(), 4, &ms), TMX_ERR_INDEX);
+  EXPECT_EQ(TMXGetLinkStartTime(p.file(), 4, &ms), TMX_ERR_INDEX);
   // Without chapter titles no link has a start time.
   side.chapters.clear();
-  Programme q(Written(side));
-  EXPECT_EQ(TMXGetLinkStartTime(q.f(), 0, &ms), TMX_ERR_NOT_FOUND);
+  OpenProgramme q(Written(side));
+  EXPECT_EQ(TMXGetLinkStartTime(q.file(), 0, &ms), TMX_ERR_NOT_FOUND);
 }
 
 TEST(SideTracks, MalformedLinkSamples) {
@@ -390,30 +330,16 @@ TEST(SideTracks, MalformedLinkSamples) {
       {"caption past the sample", ByteVec{0xFF, 0xFF, 'a'}, TMX_ERR_NOT_FOUND, "", ""},
       {"one byte", ByteVec{0}, TMX_ERR_NOT_FOUND, "", ""},
   };
-  ProgrammeSpec layout;
-  TrackSpec audio;
-  audio.samples = MakeFrames(40);
-  audio.samplesPerChunk = 4;
-  audio.chap = {3};
-  layout.tracks.push_back(audio);
-  TrackSpec links;
-  links.id = 3;
-  links.entry = "tx3g";
-  links.tkhdFlags = 0;
-  for (const Case& c : cases) {
-    links.samples.push_back(c.sample);
-    links.stts.push_back({1, 4 * 1024});
-  }
-  layout.tracks.push_back(links);
-  Programme p(BuildProgramme(layout).bytes);
+  std::vector<ByteVec> samples;
+  for (const Case& c : cases) samples.push_back(c.sample);
+  OpenProgramme p(WithSideSamples("tx3g", samples));
   ASSERT_EQ(p.rc(), TMX_OK);
   for (std::uint32_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(cases[i].name);
     TMXFrameInfo r{};
-    ASSERT_EQ(TMXGetLinkInfo(p.f(), i, &r), TMX_OK);
+    ASSERT_EQ(TMXGetLinkInfo(p.file(), i, &r), TMX_OK);
     EXPECT_EQ(r.size, cases[i].sample.size());
-    const Out o =
-        Guarded(32, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(p.f(), &r, b, n); });
+    const Guarded o = Link(p.file(), r, 32);
     EXPECT_EQ(o.rc, cases[i].rc);
     if (o.rc == TMX_OK) {
       EXPECT_EQ(UpToZero(o.bytes), cases[i].address);
@@ -458,53 +384,54 @@ TEST(SideTracks, PicturesAtEveryQualityInPiecesOfAnySize) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    Programme p(Written(c.side));
+    OpenProgramme p(Written(c.side));
     ASSERT_EQ(p.rc(), TMX_OK);
     std::uint32_t count = 0;
-    ASSERT_EQ(TMXGetImageCount(p.f(), &count), TMX_OK);
+    ASSERT_EQ(TMXGetImageCount(p.file(), &count), TMX_OK);
     EXPECT_EQ(count, 2u);
     for (std::uint32_t quality = 0; quality < 4; ++quality) {
       SCOPED_TRACE(quality);
-      ASSERT_EQ(TMXSetImageQuality(p.f(), quality), TMX_OK);
+      ASSERT_EQ(TMXSetImageQuality(p.file(), quality), TMX_OK);
       const ByteVec& first = *c.first[quality];
       const ByteVec& second = &first == &kHigh1 ? kHigh2 : kLow2;
       TMXFrameInfo r{};
-      ASSERT_EQ(TMXGetImageInfo(p.f(), 0, &r), TMX_OK);
+      ASSERT_EQ(TMXGetImageInfo(p.file(), 0, &r), TMX_OK);
       EXPECT_EQ(r.type, FourCC("jpeg"));
       EXPECT_EQ(r.size, first.size());
       EXPECT_EQ(r.startTime, 0u);
       for (std::uint32_t piece : {1u, 7u, 64u, 299u, 300u, 4096u}) {
-        EXPECT_EQ(ReadPicture(p.f(), r, piece), first) << piece;
+        EXPECT_EQ(ReadPicture(p.file(), r, piece), first) << piece;
       }
-      ASSERT_EQ(TMXGetImageInfo(p.f(), 1, &r), TMX_OK);
+      ASSERT_EQ(TMXGetImageInfo(p.file(), 1, &r), TMX_OK);
       EXPECT_EQ(r.index, 1u);
-      EXPECT_EQ(ReadPicture(p.f(), r, 1000), second);
+      EXPECT_EQ(ReadPicture(p.file(), r, 1000), second);
       std::uint32_t ms = 0;
-      ASSERT_EQ(TMXGetImageStartTime(p.f(), 1, &ms), TMX_OK);
+      ASSERT_EQ(TMXGetImageStartTime(p.file(), 1, &ms), TMX_OK);
       EXPECT_EQ(ms, Stored(2500));
       EXPECT_EQ(ms, r.startTime);
       // No range test: the handler answers for a picture that is not there.
-      EXPECT_EQ(TMXGetImageInfo(p.f(), 2, &r), TMX_ERR_NOT_FOUND);
+      EXPECT_EQ(TMXGetImageInfo(p.file(), 2, &r), TMX_ERR_NOT_FOUND);
     }
-    TMXSetImageQuality(p.f(), 4);
+    TMXSetImageQuality(p.file(), 4);
     TMXFrameInfo r{};
     std::uint32_t ms = 0;
-    EXPECT_EQ(TMXGetImageInfo(p.f(), 0, &r), TMX_ERR_NOT_FOUND);
-    EXPECT_EQ(TMXGetImageStartTime(p.f(), 0, &ms), TMX_ERR_NOT_FOUND);
+    EXPECT_EQ(TMXGetImageInfo(p.file(), 0, &r), TMX_ERR_NOT_FOUND);
+    EXPECT_EQ(TMXGetImageStartTime(p.file(), 0, &ms), TMX_ERR_NOT_FOUND);
   }
   // Starting inside the picture with a larger buffer reads only the rest.
-  Programme p(Written(Side()));
+  OpenProgramme p(Written(Side()));
   TMXFrameInfo r{};
-  ASSERT_EQ(TMXGetImageInfo(p.f(), 0, &r), TMX_OK);
+  ASSERT_EQ(TMXGetImageInfo(p.file(), 0, &r), TMX_OK);
   ByteVec buffer(1000, kGuard);
   std::uint32_t n = 0;
-  ASSERT_EQ(TMXGetEncodedImage(p.f(), &r, 250, buffer.data(), 1000, &n), TMX_OK);
+  ASSERT_EQ(TMXGetEncodedImage(p.file(), &r, 250, buffer.data(), 1000, &n), TMX_OK);
   EXPECT_EQ(n, 50u);
   EXPECT_EQ(ByteVec(buffer.begin(), buffer.begin() + 50),
             ByteVec(kHigh1.begin() + 250, kHigh1.end()));
   EXPECT_EQ(buffer[50], kGuard);
-  EXPECT_EQ(TMXGetEncodedImage(p.f(), &r, 300, buffer.data(), 1000, &n), TMX_ERR_NOT_FOUND);
-  EXPECT_EQ(TMXGetEncodedImage(p.f(), &r, 0xFFFFFFFF, buffer.data(), 1000, &n), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(TMXGetEncodedImage(p.file(), &r, 300, buffer.data(), 1000, &n), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(TMXGetEncodedImage(p.file(), &r, 0xFFFFFFFF, buffer.data(), 1000, &n),
+            TMX_ERR_NOT_FOUND);
 }
 
 // Walks the programme with every side track switched on. A side sample is
@@ -513,9 +440,9 @@ TEST(SideTracks, PicturesAtEveryQualityInPiecesOfAnySize) {
 // itself, which steps past it.
 TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
   const auto side = Side();
-  Programme p(Written(side));
+  OpenProgramme p(Written(side));
   ASSERT_EQ(p.rc(), TMX_OK);
-  TMXFile* f = p.f();
+  TMXFile* f = p.file();
   TMXEnableChapterText(f);
   TMXEnableChapterLinks(f);
   TMXEnableChapterImages(f);
@@ -548,6 +475,11 @@ TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
     ASSERT_NE(std::memcmp(&info, &last, sizeof info), 0) << "reported twice";
     last = info;
     seen.push_back({info.type, info.index});
+    if (info.type == FourCC("jpeg")) {  // another picture is not taken for the current one
+      TMXFrameInfo first{};
+      ASSERT_EQ(TMXGetImageInfo(f, 0, &first), TMX_OK);
+      EXPECT_EQ(first.index, 0u);
+    }
     auto read = [&](const TMXFrameInfo& r) {
       std::uint32_t n = 0;
       if (info.type == FourCC("text")) return TMXGetChapterText(f, &r, buffer, sizeof buffer);
@@ -575,12 +507,12 @@ TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
 }
 
 TEST(SideTracks, FailuresArePassedThroughAndLeakNothing) {
-  Programme p(Written(Side()));
+  OpenProgramme p(Written(Side()));
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXFrameInfo title{}, link{}, image{}, info{};
-  ASSERT_EQ(TMXGetChapterInfo(p.f(), 1, &title), TMX_OK);
-  ASSERT_EQ(TMXGetLinkInfo(p.f(), 1, &link), TMX_OK);
-  ASSERT_EQ(TMXGetImageInfo(p.f(), 1, &image), TMX_OK);
+  ASSERT_EQ(TMXGetChapterInfo(p.file(), 1, &title), TMX_OK);
+  ASSERT_EQ(TMXGetLinkInfo(p.file(), 1, &link), TMX_OK);
+  ASSERT_EQ(TMXGetImageInfo(p.file(), 1, &image), TMX_OK);
   std::uint8_t buffer[64];
   std::uint32_t v = 0;
   struct Case {
@@ -588,11 +520,11 @@ TEST(SideTracks, FailuresArePassedThroughAndLeakNothing) {
     int allocations;  // made by the call
   };
   const Case cases[] = {
-      {{"chapter info", [&] { return TMXGetChapterInfo(p.f(), 1, &info); }}, 0},
-      {{"link start", [&] { return TMXGetLinkStartTime(p.f(), 1, &v); }}, 0},
-      {{"title", [&] { return TMXGetChapterText(p.f(), &title, buffer, 64); }}, 1},
-      {{"link", [&] { return TMXGetLink(p.f(), &link, buffer, 64); }}, 1},
-      {{"picture", [&] { return TMXGetEncodedImage(p.f(), &image, 10, buffer, 64, &v); }}, 0},
+      {{"chapter info", [&] { return TMXGetChapterInfo(p.file(), 1, &info); }}, 0},
+      {{"link start", [&] { return TMXGetLinkStartTime(p.file(), 1, &v); }}, 0},
+      {{"title", [&] { return TMXGetChapterText(p.file(), &title, buffer, 64); }}, 1},
+      {{"link", [&] { return TMXGetLink(p.file(), &link, buffer, 64); }}, 1},
+      {{"picture", [&] { return TMXGetEncodedImage(p.file(), &image, 10, buffer, 64, &v); }}, 0},
   };
   for (const Case& c : cases) {
     EXPECT_GE(FailEachRead(p.stream(), c.call), 1) << c.call.name;
@@ -601,7 +533,7 @@ TEST(SideTracks, FailuresArePassedThroughAndLeakNothing) {
   // A picture read that fails reports nothing read.
   p.stream().fail_read(1);
   v = 77;
-  EXPECT_EQ(TMXGetEncodedImage(p.f(), &image, 0, buffer, 64, &v), TMX_ERR_READ);
+  EXPECT_EQ(TMXGetEncodedImage(p.file(), &image, 0, buffer, 64, &v), TMX_ERR_READ);
   EXPECT_EQ(v, 0u);
   p.stream().fail_read(0);
 }

@@ -3,40 +3,22 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "support/temp_dir.h"
+#include "support/test_data.h"
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-Bytes ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
+using tmx::test::ReadFileBytes;
+using tmx::test::ReadFileText;
+using tmx::test::SplitAdts;
 
 int Tool(const std::string& arguments, const std::string& output = "/dev/null") {
   const std::string command =
       std::string(TMXTOOL_PATH) + " " + arguments + " > " + output + " 2>&1";
   return std::system(command.c_str());
-}
-
-struct Frame {
-  std::size_t header, length;
-};
-
-std::vector<Frame> Frames(const Bytes& adts) {
-  std::vector<Frame> frames;
-  for (std::size_t pos = 0; pos + 7 <= adts.size();) {
-    const std::size_t length =
-        ((adts[pos + 3] & 3u) << 11) | (std::size_t(adts[pos + 4]) << 3) | (adts[pos + 5] >> 5);
-    if (length < 7) break;
-    frames.push_back({pos, length});
-    pos += length;
-  }
-  return frames;
 }
 
 class Cli : public ::testing::TestWithParam<const char*> {
@@ -50,13 +32,13 @@ TEST_P(Cli, ExtractGivesBackTheMuxedStream) {
   ASSERT_EQ(Tool("mux " + input + " -o " + Path("book.tmx") + " --frames-per-chunk 9"), 0);
   ASSERT_EQ(Tool("extract " + Path("book.tmx") + " -o " + Path("out.aac")), 0);
   EXPECT_FALSE(std::ifstream(Path("book.pos")).good()) << "extract wrote a position file";
-  const Bytes in = ReadFile(input), out = ReadFile(Path("out.aac"));
+  const Bytes in = ReadFileBytes(input), out = ReadFileBytes(Path("out.aac"));
   ASSERT_EQ(in.size(), out.size());
-  const auto frames = Frames(in);
+  const auto frames = SplitAdts(in);
   ASSERT_FALSE(frames.empty());
-  for (const Frame& f : frames) {
-    const std::uint8_t* a = in.data() + f.header;
-    const std::uint8_t* b = out.data() + f.header;
+  std::size_t pos = 0;
+  for (const Bytes& a : frames) {
+    const std::uint8_t* b = out.data() + pos;
     // The template fixes the MPEG version, private, original/copy and home
     // bits, the buffer fullness and the block count; everything else is the
     // input's, payload included.
@@ -66,7 +48,8 @@ TEST_P(Cli, ExtractGivesBackTheMuxedStream) {
     EXPECT_EQ(a[3] & 0xC3, b[3] & 0xC3);
     EXPECT_EQ(a[4], b[4]);
     EXPECT_EQ(a[5] & 0xE0, b[5] & 0xE0);
-    ASSERT_TRUE(std::equal(a + 7, a + f.length, b + 7)) << "frame at " << f.header;
+    ASSERT_TRUE(std::equal(a.begin() + 7, a.end(), b + 7)) << "frame at " << pos;
+    pos += a.size();
   }
 }
 
@@ -90,11 +73,6 @@ TEST(CliPosition, SetThenShowThroughThePositionFile) {
   EXPECT_NE(Tool("info " + (dir.path() / "missing.tmx").string()), 0);
 }
 
-std::string ReadText(const std::string& path) {
-  const Bytes b = ReadFile(path);
-  return std::string(b.begin(), b.end());
-}
-
 // Tags, cover and chapters given to mux come back through info, cover and
 // chapters; the printed chapter list muxes to the same list again.
 TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
@@ -110,7 +88,7 @@ TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
             0);
 
   ASSERT_EQ(Tool("info --json " + path("book.tmx"), path("info.json")), 0);
-  const std::string json = ReadText(path("info.json"));
+  const std::string json = ReadFileText(path("info.json"));
   for (const std::string& fragment : {
            std::string("\"title\": \"Das \u201EBuch\u201C\""),
            std::string("\"author\": \"A. \\\"Q\\\" Author\""),
@@ -127,23 +105,23 @@ TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
   EXPECT_EQ(json.substr(json.size() - 2), "}\n");
 
   ASSERT_EQ(Tool("info " + path("book.tmx"), path("info.txt")), 0);
-  const std::string text = ReadText(path("info.txt"));
+  const std::string text = ReadFileText(path("info.txt"));
   EXPECT_NE(text.find("author: A. \"Q\" Author\n"), std::string::npos) << text;
   EXPECT_NE(text.find("cover: 16 bytes\n"), std::string::npos) << text;
   EXPECT_NE(text.find("chapter 3: 0:02:00.0"), std::string::npos) << text;
 
   ASSERT_EQ(Tool("cover " + path("book.tmx") + " -o " + path("out.jpg")), 0);
-  EXPECT_EQ(ReadText(path("out.jpg")), cover);
+  EXPECT_EQ(ReadFileText(path("out.jpg")), cover);
 
   // Start times come back rounded to whole frames (1.5 s is frame 32).
   ASSERT_EQ(Tool("chapters " + path("book.tmx"), path("list.txt")), 0);
-  const std::string list = ReadText(path("list.txt"));
+  const std::string list = ReadFileText(path("list.txt"));
   EXPECT_EQ(list,
             "0:00:00.000 Anfang\n0:00:01.486 Zweites \"\xC3\x9C\" \\ Kapitel\n0:02:00.000 Third\n");
   ASSERT_EQ(Tool("mux " + audio + " -o " + path("again.tmx") + " --chapters " + path("list.txt")),
             0);
   ASSERT_EQ(Tool("chapters " + path("again.tmx"), path("again.txt")), 0);
-  EXPECT_EQ(ReadText(path("again.txt")), list);
+  EXPECT_EQ(ReadFileText(path("again.txt")), list);
 
   // A programme without a cover, and bad usage.
   EXPECT_NE(Tool("cover " + path("again.tmx") + " -o " + path("none.jpg")), 0);
@@ -152,7 +130,7 @@ TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
   EXPECT_NE(Tool("chapters"), 0);
   EXPECT_NE(Tool("info " + path("book.tmx") + " --yaml"), 0);
   ASSERT_EQ(Tool("info --json " + path("again.tmx"), path("bare.json")), 0);
-  EXPECT_NE(ReadText(path("bare.json")).find("\"cover\": null"), std::string::npos);
+  EXPECT_NE(ReadFileText(path("bare.json")).find("\"cover\": null"), std::string::npos);
 }
 
 }  // namespace

@@ -1,27 +1,18 @@
 // Written programmes as other software sees them: ffprobe must find them
-// well formed, and the library must open them.
+// well formed and read their chapters.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "support/temp_dir.h"
+#include "support/test_data.h"
 #include "writer/programme_view.h"
 
 namespace tmx::writer::test {
 namespace {
-
-using tmx::test::MemoryStream;
-
-std::vector<std::uint8_t> ReadData(const char* name) {
-  std::ifstream file(std::filesystem::path(TMX_TEST_DATA_DIR) / name, std::ios::binary);
-  EXPECT_TRUE(file) << name;
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // Runs a shell command; returns its exit status and everything it printed.
 int RunCommand(const std::string& command, std::string* output) {
@@ -62,7 +53,7 @@ ProgrammeSpec FullSpec(const std::vector<std::uint8_t>& adts) {
 TEST(Interop, FfprobeFindsNoErrors) {
   if (!HaveFfprobe()) GTEST_SKIP() << "ffprobe is not installed";
   tmx::test::TempDir dir;
-  const std::vector<std::uint8_t> adts = ReadData("music_stereo_44100.aac");
+  const std::vector<std::uint8_t> adts = tmx::test::ReadTestData("music_stereo_44100.aac");
   for (bool plain : {false, true}) {
     ProgrammeSpec plan = FullSpec(adts);
     plan.options.chunkHeaders = !plain;
@@ -79,7 +70,7 @@ TEST(Interop, FfprobeFindsNoErrors) {
 TEST(Interop, FfprobeReadsChapterTitlesAndTimes) {
   if (!HaveFfprobe()) GTEST_SKIP() << "ffprobe is not installed";
   tmx::test::TempDir dir;
-  const std::vector<std::uint8_t> adts = ReadData("music_stereo_44100.aac");
+  const std::vector<std::uint8_t> adts = tmx::test::ReadTestData("music_stereo_44100.aac");
   ProgrammeSpec plan = FullSpec(adts);
   // ffprobe takes every text track named by "chap" as chapters; without
   // the link track the chapter titles stand alone.
@@ -94,27 +85,6 @@ TEST(Interop, FfprobeReadsChapterTitlesAndTimes) {
             0);
   // Starts rounded to whole frames: 1200 ms is frame 52, 2500 ms frame 108.
   EXPECT_EQ(chapters, "0.000000,Erstes Kapitel\n1.207438,Second\n2.507755,Third\n");
-}
-
-TEST(Interop, TheLibraryOpensWrittenProgrammes) {
-  const std::vector<std::uint8_t> adts = ReadData("speech_mono_22050.aac");
-  ProgrammeSpec plan = FullSpec(adts);
-  plan.options.framesPerChunk = 10;
-  MemoryStream in(Write(plan));
-  TMXFile* file = nullptr;
-  ASSERT_EQ(TMXOpenFile(&file, in.stream(), nullptr), 0);
-  std::uint32_t value = 0;
-  EXPECT_EQ(TMXGetFileType(file, &value), 0);
-  EXPECT_EQ(value, std::uint32_t(TMX_FILETYPE_TMX));
-  EXPECT_EQ(TMXGetSampleRate(file, &value), 0);
-  EXPECT_EQ(value, 22050u);
-  EXPECT_EQ(TMXGetAudioChannelCount(file, &value), 0);
-  EXPECT_EQ(value, 1u);
-  EXPECT_EQ(TMXGetChapterCount(file, &value), 0);
-  EXPECT_EQ(value, 3u);
-  EXPECT_EQ(TMXGetImageCount(file, &value), 0);
-  EXPECT_EQ(value, 1u);
-  EXPECT_EQ(TMXCloseFile(file), 0);
 }
 
 }  // namespace

@@ -9,57 +9,45 @@ namespace {
 
 using tmx::test::MemoryStream;
 
+std::int32_t WriteResult(const ProgrammeSpec& plan) {
+  MemoryStream out;
+  return WriteProgramme(plan, out.stream());
+}
+
 TEST(WriterErrors, RejectsInvalidInput) {
-  struct Case {
-    const char* what;
-    void (*spoil)(ProgrammeSpec&);
-    std::int32_t expected;
-  };
-  const Case cases[] = {
-      {"chapters out of order",
-       [](ProgrammeSpec& s) {
-         s.side.chapters = {{500, "b"}, {100, "a"}};
-       },
-       TMX_ERR_ARGUMENT},
-      {"title too long",
-       [](ProgrammeSpec& s) {
-         s.side.chapters = {{0, std::string(65536, 'x')}};
-       },
-       TMX_ERR_ARGUMENT},
-      {"address too long",
-       [](ProgrammeSpec& s) {
-         s.side.links = {{0, "c", std::string(256, 'u')}};
-       },
-       TMX_ERR_ARGUMENT},
-      {"quality out of range",
-       [](ProgrammeSpec& s) {
-         s.side.pictures = {{0, 4, {0xFF, 0xD8}}};
-       },
-       TMX_ERR_ARGUMENT},
-      {"empty picture",
-       [](ProgrammeSpec& s) {
-         s.side.pictures = {{0, 3, {}}};
-       },
-       TMX_ERR_ARGUMENT},
-      {"pictures of one quality out of order",
-       [](ProgrammeSpec& s) {
-         s.side.pictures = {{9, 2, {1}}, {0, 3, {1}}, {5, 2, {1}}};
-       },
-       TMX_ERR_ARGUMENT},
-      {"no frames per chunk", [](ProgrammeSpec& s) { s.options.framesPerChunk = 0; },
-       TMX_ERR_ARGUMENT},
-      {"too many frames per chunk", [](ProgrammeSpec& s) { s.options.framesPerChunk = 4097; },
-       TMX_ERR_ARGUMENT},
-      {"empty frame", [](ProgrammeSpec& s) { s.frames[3].clear(); }, TMX_ERR_ARGUMENT},
-      {"short config", [](ProgrammeSpec& s) { s.audioSpecificConfig = {0x13}; }, TMX_ERR_ARGUMENT},
-      {"no audio", [](ProgrammeSpec& s) { s.frames.clear(); }, TMX_ERR_INCONSISTENT},
-  };
-  for (const Case& c : cases) {
-    ProgrammeSpec plan = SpecWithFrames(10);
-    c.spoil(plan);
-    MemoryStream out;
-    EXPECT_EQ(WriteProgramme(plan, out.stream()), c.expected) << c.what;
+  const ProgrammeSpec good = SpecWithFrames(10);
+  ProgrammeSpec s = good;
+  s.side.chapters = {{500, "b"}, {100, "a"}};
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "chapters out of order";
+  s = good;
+  s.side.chapters = {{0, std::string(65536, 'x')}};
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "title too long";
+  s = good;
+  s.side.links = {{0, "c", std::string(256, 'u')}};
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "address too long";
+  s = good;
+  s.side.pictures = {{0, 4, {0xFF, 0xD8}}};
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "quality out of range";
+  s = good;
+  s.side.pictures = {{0, 3, {}}};
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "empty picture";
+  s = good;
+  s.side.pictures = {{9, 2, {1}}, {0, 3, {1}}, {5, 2, {1}}};
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "pictures of one quality out of order";
+  for (std::uint32_t perChunk : {0u, 4097u}) {
+    s = good;
+    s.options.framesPerChunk = perChunk;
+    EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << perChunk << " frames per chunk";
   }
+  s = good;
+  s.frames[3].clear();
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "empty frame";
+  s = good;
+  s.audioSpecificConfig = {0x13};
+  EXPECT_EQ(WriteResult(s), TMX_ERR_ARGUMENT) << "short config";
+  s = good;
+  s.frames.clear();
+  EXPECT_EQ(WriteResult(s), TMX_ERR_INCONSISTENT) << "no audio";
 }
 
 TEST(WriterErrors, NeedsAWritableSeekableOutput) {

@@ -13,6 +13,12 @@ namespace {
 
 std::uint32_t Fourcc(const char (&s)[5]) { return FourCC(s); }
 
+std::vector<std::uint8_t> Words(std::initializer_list<std::uint32_t> words) {
+  tmx::test::Bytes b;
+  for (std::uint32_t w : words) b.u32(w);
+  return b.take();
+}
+
 // A chunk header in the media data, as the reader decodes it.
 struct ChunkHeader {
   std::uint32_t pos, headerSize, type, startMs, firstSample, trackId, total, count;
@@ -204,33 +210,13 @@ TEST(WriterLayout, SideSamplesHaveTheirLayoutsAndChunkHeaders) {
   EXPECT_EQ(view.U32(t + 17), 12u);
   EXPECT_EQ(view.U32(t + 21), Fourcc("encd"));
   // Its chunk header: one sample, index 1, the track's ID, time of frame 22.
-  EXPECT_EQ(view.Slice(t - 32, 32), (tmx::test::Bytes()
-                                         .u32(32)
-                                         .fourcc("text")
-                                         .u32(22 * 40960 / 882)
-                                         .u32(1)
-                                         .u32(2)
-                                         .u32(29)
-                                         .u32(1)
-                                         .u32(29)
-                                         .take()));
+  EXPECT_EQ(view.Slice(t - 32, 32), Words({32, Fourcc("text"), 22 * 40960 / 882, 1, 2, 29, 1, 29}));
 
   // [length]["Más"][href box: size, type, start, end, url length, url, 0]
   const std::uint32_t l = view.ChunkOffsets(tracks[2])[1];
-  EXPECT_EQ(view.Slice(l, 2 + 4 + 15), (tmx::test::Bytes()
-                                            .u16(4)
-                                            .u8('M')
-                                            .u8(0xC3)
-                                            .u8(0xA1)
-                                            .u8('s')
-                                            .u32(15)
-                                            .fourcc("href")
-                                            .u16(0)
-                                            .u16(3)
-                                            .u8(1)
-                                            .u8('x')
-                                            .u8(0)
-                                            .take()));
+  EXPECT_EQ(view.Slice(l, 2 + 4 + 15),
+            (std::vector<std::uint8_t>{0,   4,   'M', 0xC3, 0xA1, 's', 0, 0, 0,   15, 'h',
+                                       'r', 'e', 'f', 0,    0,    0,   3, 1, 'x', 0}));
   EXPECT_EQ(view.U32(l - 32 + 4), Fourcc("tx3g"));
 
   const std::uint32_t p = view.ChunkOffsets(tracks[4])[1];

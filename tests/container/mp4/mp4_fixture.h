@@ -1,9 +1,14 @@
-// Opens a programme built in memory and closes it again.
+// Opens a programme built in memory and closes it again, and builds the
+// tracks and guarded buffers the tests share.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+#include <functional>
 #include <memory>
+#include <string>
 
 #include "api/file.h"
 #include "container/format_handler.h"
@@ -15,8 +20,9 @@ namespace tmx::test {
 
 class OpenProgramme {
  public:
-  explicit OpenProgramme(const ByteVec& bytes) : stream_(std::make_unique<MemoryStream>(bytes)) {
-    rc_ = TMXOpenFile(&file_, stream_->stream(), nullptr);
+  explicit OpenProgramme(const ByteVec& bytes, MemoryStream* position = nullptr)
+      : stream_(std::make_unique<MemoryStream>(bytes)) {
+    rc_ = TMXOpenFile(&file_, stream_->stream(), position ? position->stream() : nullptr);
     if (rc_ != TMX_OK) file_ = nullptr;
   }
   ~OpenProgramme() {
@@ -36,6 +42,14 @@ class OpenProgramme {
     out.resize(length);
     return rc;
   }
+  // Reads the next audio frame through TMXGetEncodedAudio; empty on failure.
+  std::int32_t ReadAudio(ByteVec& out, std::int32_t capacity = 4096) {
+    out.assign(std::size_t(capacity > 0 ? capacity : 1), 0);
+    std::uint32_t count = 0;
+    std::int32_t rc = TMXGetEncodedAudio(file_, out.data(), capacity, &count);
+    out.resize(rc == TMX_OK ? count : 0);
+    return rc;
+  }
 
  private:
   std::unique_ptr<MemoryStream> stream_;
@@ -48,6 +62,28 @@ inline TrackSpec AudioTrack(std::uint32_t frames, std::uint32_t perChunk = 4) {
   TrackSpec t;
   t.samples = MakeFrames(frames);
   t.samplesPerChunk = perChunk;
+  return t;
+}
+
+// A side track of `entry` samples ("text", "tx3g", "jpeg"), one sample per
+// stts entry of `frames` audio frames each.
+inline TrackSpec SideTrack(std::uint32_t id, const std::string& entry, std::vector<ByteVec> samples,
+                           std::uint32_t tkhdFlags = 0, std::uint32_t frames = 4) {
+  TrackSpec t;
+  t.id = id;
+  t.entry = entry;
+  t.tkhdFlags = tkhdFlags;
+  t.samples = std::move(samples);
+  for (std::size_t i = 0; i < t.samples.size(); ++i) t.stts.push_back({1, frames * 1024});
+  return t;
+}
+
+// A picture rendition of one sample in alternate group `group`.
+inline TrackSpec ImageTrack(std::uint32_t id, std::uint32_t tkhdFlags, std::uint16_t group,
+                            std::uint16_t quality, std::size_t size) {
+  TrackSpec t = SideTrack(id, "jpeg", {ByteVec(size, std::uint8_t(id))}, tkhdFlags);
+  t.alternateGroup = group;
+  t.qualityField = quality;
   return t;
 }
 
@@ -66,6 +102,39 @@ inline TrackSpec TitleTrack(std::uint32_t id, const std::vector<std::string>& ti
     t.stts.push_back({1, (end - startFrames[i]) * 1024});
   }
   return t;
+}
+
+inline ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
+
+struct Guarded {
+  std::int32_t rc;
+  ByteVec bytes;  // the whole buffer
+};
+
+// Calls `read` on a buffer of `capacity` bytes with guard bytes behind it,
+// and fails the test when one of them changed.
+inline Guarded ReadGuarded(std::uint32_t capacity,
+                           const std::function<std::int32_t(std::uint8_t*, std::uint32_t)>& read) {
+  constexpr std::uint8_t kGuard = 0xA5;
+  ByteVec buffer(capacity + 8, kGuard);
+  const std::int32_t rc = read(buffer.data(), capacity);
+  for (std::size_t i = capacity; i < buffer.size(); ++i)
+    EXPECT_EQ(buffer[i], kGuard) << "written past the buffer at " << i;
+  buffer.resize(capacity);
+  return {rc, buffer};
+}
+
+// Byte text from `from` up to the first zero byte.
+inline std::string UpToZero(const ByteVec& b, std::size_t from = 0) {
+  const auto begin = b.begin() + std::ptrdiff_t(from);
+  return std::string(begin, std::find(begin, b.end(), 0));
+}
+
+// UTF-16 text from `from` up to the first zero unit.
+inline std::u16string Utf16At(const ByteVec& b, std::size_t from = 0) {
+  std::u16string s((b.size() - from) / 2, u'\0');
+  std::memcpy(s.data(), b.data() + from, s.size() * 2);
+  return s.substr(0, s.find(u'\0'));
 }
 
 }  // namespace tmx::test
