@@ -22,73 +22,6 @@ namespace {
 constexpr std::uint32_t kNoteKey = 0x40736465;  // "@sde": the bookmark's note
 constexpr std::uint32_t kUtf8 = 1;
 
-// A stream over a file of the command line, owned by the tool: Close does
-// not free it. A writable stream opens the file for reading and writing
-// whatever mode it is asked for.
-struct FileStream {
-  TMXStream base;
-  std::FILE* file;
-  std::string path;
-  bool writable;
-};
-
-FileStream* Self(TMXStream* s) { return reinterpret_cast<FileStream*>(s); }
-
-std::int32_t OpenAs(TMXStream* s, const char* mode) {
-  if (Self(s)->file) std::fclose(Self(s)->file);
-  Self(s)->file = std::fopen(Self(s)->path.c_str(), mode);
-  return Self(s)->file ? TMX_OK : TMX_ERR_FILE;
-}
-
-const TMXStreamOps kFileOps = {
-    [](TMXStream* s) -> std::int32_t {
-      // Opens the file for reading and writing, creating it when missing.
-      if (OpenAs(s, "r+b") == TMX_OK) return TMX_OK;
-      return OpenAs(s, "w+b");
-    },
-    [](TMXStream* s, std::int32_t mode) -> std::int32_t {
-      if (mode != TMX_STREAM_READ && mode != TMX_STREAM_READ_WRITE) return TMX_ERR_ARGUMENT;
-      return OpenAs(s, mode == TMX_STREAM_READ && !Self(s)->writable ? "rb" : "r+b");
-    },
-    [](TMXStream* s) -> std::int32_t {
-      if (!Self(s)->file) return TMX_ERR_HANDLE;
-      std::fclose(Self(s)->file);
-      Self(s)->file = nullptr;
-      return TMX_OK;
-    },
-    [](TMXStream* s) -> std::uint32_t {
-      std::FILE* f = Self(s)->file;
-      if (!f) return TMX_STREAM_UNKNOWN;
-      const long here = std::ftell(f);
-      std::fseek(f, 0, SEEK_END);
-      const long size = std::ftell(f);
-      std::fseek(f, here, SEEK_SET);
-      return size < 0 ? TMX_STREAM_UNKNOWN : std::uint32_t(size);
-    },
-    [](TMXStream* s) -> std::uint32_t {
-      if (!Self(s)->file) return TMX_STREAM_UNKNOWN;
-      const long here = std::ftell(Self(s)->file);
-      return here < 0 ? TMX_STREAM_UNKNOWN : std::uint32_t(here);
-    },
-    [](TMXStream* s, std::uint32_t position) -> std::int32_t {
-      if (!Self(s)->file) return TMX_ERR_HANDLE;
-      return std::fseek(Self(s)->file, long(position), SEEK_SET) == 0 ? TMX_OK : TMX_ERR_SEEK;
-    },
-    [](TMXStream* s, void* buffer, std::int32_t count, std::int32_t* done) -> std::int32_t {
-      if (!Self(s)->file || !buffer || count < 0) return TMX_ERR_READ;
-      const std::size_t n = std::fread(buffer, 1, std::size_t(count), Self(s)->file);
-      if (done) *done = std::int32_t(n);
-      return n == 0 ? TMX_ERR_READ : TMX_OK;
-    },
-    [](TMXStream* s, const void* buffer, std::int32_t count, std::int32_t* done) -> std::int32_t {
-      if (!Self(s)->file || !buffer || count <= 0) return TMX_ERR_WRITE;
-      const std::size_t n = std::fwrite(buffer, 1, std::size_t(count), Self(s)->file);
-      std::fflush(Self(s)->file);
-      if (done) *done = std::int32_t(n);
-      return n == 0 ? TMX_ERR_WRITE : TMX_OK;
-    },
-};
-
 // The position file's path: the programme's up to its last "." and ".pos".
 std::string PositionPath(const std::string& programme) {
   const std::size_t dot = programme.rfind('.');
@@ -146,12 +79,12 @@ int List(TMXFile* f) {
 class ProgrammeBookmarks {
  public:
   ProgrammeBookmarks(const char* path, bool edit)
-      : programme_{{&kFileOps}, nullptr, path, false},
-        position_{{&kFileOps}, nullptr, PositionPath(path), true},
-        list_{{&kFileOps}, nullptr, PositionPath(path), edit} {}
+      : programme_{{&kCliFileOps}, nullptr, path, false},
+        position_{{&kCliFileOps}, nullptr, PositionPath(path), true},
+        list_{{&kCliFileOps}, nullptr, PositionPath(path), edit} {}
   ~ProgrammeBookmarks() {
     if (file_) TMXCloseFile(file_);
-    for (FileStream* s : {&programme_, &position_, &list_})
+    for (CliFile* s : {&programme_, &position_, &list_})
       if (s->file) std::fclose(s->file);
   }
   ProgrammeBookmarks(const ProgrammeBookmarks&) = delete;
@@ -178,9 +111,9 @@ class ProgrammeBookmarks {
 
  private:
   TMXFile* file_ = nullptr;
-  FileStream programme_;
-  FileStream position_;
-  FileStream list_;
+  CliFile programme_;
+  CliFile position_;
+  CliFile list_;
 };
 
 }  // namespace

@@ -66,14 +66,25 @@ std::int32_t Programme::OpenWithPosition(const char* path) {
 
 namespace {
 
-InputFile* Self(TMXStream* s) { return reinterpret_cast<InputFile*>(s); }
+CliFile* Self(TMXStream* s) { return reinterpret_cast<CliFile*>(s); }
 
-const TMXStreamOps kInputOps = {
-    nullptr,
+std::int32_t OpenAs(TMXStream* s, const char* mode) {
+  if (Self(s)->file) std::fclose(Self(s)->file);
+  Self(s)->file = std::fopen(Self(s)->path.c_str(), mode);
+  return Self(s)->file ? TMX_OK : TMX_ERR_FILE;
+}
+
+}  // namespace
+
+const TMXStreamOps kCliFileOps = {
+    [](TMXStream* s) -> std::int32_t {
+      // Opens the file for reading and writing, creating it when missing.
+      if (OpenAs(s, "r+b") == TMX_OK) return TMX_OK;
+      return OpenAs(s, "w+b");
+    },
     [](TMXStream* s, std::int32_t mode) -> std::int32_t {
-      if (mode != TMX_STREAM_READ) return TMX_ERR_ARGUMENT;
-      Self(s)->file = std::fopen(Self(s)->path.c_str(), "rb");
-      return Self(s)->file ? TMX_OK : TMX_ERR_FILE;
+      if (mode != TMX_STREAM_READ && mode != TMX_STREAM_READ_WRITE) return TMX_ERR_ARGUMENT;
+      return OpenAs(s, mode == TMX_STREAM_READ && !Self(s)->writable ? "rb" : "r+b");
     },
     [](TMXStream* s) -> std::int32_t {
       if (!Self(s)->file) return TMX_ERR_HANDLE;
@@ -83,6 +94,7 @@ const TMXStreamOps kInputOps = {
     },
     [](TMXStream* s) -> std::uint32_t {
       std::FILE* f = Self(s)->file;
+      if (!f) return TMX_STREAM_UNKNOWN;
       const long here = std::ftell(f);
       std::fseek(f, 0, SEEK_END);
       const long size = std::ftell(f);
@@ -90,24 +102,30 @@ const TMXStreamOps kInputOps = {
       return size < 0 ? TMX_STREAM_UNKNOWN : std::uint32_t(size);
     },
     [](TMXStream* s) -> std::uint32_t {
+      if (!Self(s)->file) return TMX_STREAM_UNKNOWN;
       const long here = std::ftell(Self(s)->file);
       return here < 0 ? TMX_STREAM_UNKNOWN : std::uint32_t(here);
     },
     [](TMXStream* s, std::uint32_t position) -> std::int32_t {
+      if (!Self(s)->file) return TMX_ERR_HANDLE;
       return std::fseek(Self(s)->file, long(position), SEEK_SET) == 0 ? TMX_OK : TMX_ERR_SEEK;
     },
     [](TMXStream* s, void* buffer, std::int32_t count, std::int32_t* done) -> std::int32_t {
-      if (!buffer || count < 0) return TMX_ERR_READ;
+      if (!Self(s)->file || !buffer || count < 0) return TMX_ERR_READ;
       const std::size_t n = std::fread(buffer, 1, std::size_t(count), Self(s)->file);
       if (done) *done = std::int32_t(n);
       return n == 0 ? TMX_ERR_READ : TMX_OK;
     },
-    nullptr,
+    [](TMXStream* s, const void* buffer, std::int32_t count, std::int32_t* done) -> std::int32_t {
+      if (!Self(s)->file || !buffer || count <= 0) return TMX_ERR_WRITE;
+      const std::size_t n = std::fwrite(buffer, 1, std::size_t(count), Self(s)->file);
+      std::fflush(Self(s)->file);
+      if (done) *done = std::int32_t(n);
+      return n == 0 ? TMX_ERR_WRITE : TMX_OK;
+    },
 };
 
-}  // namespace
-
-Programme::Programme() : input_{{&kInputOps}, nullptr, {}} {}
+Programme::Programme() : input_{{&kCliFileOps}, nullptr, {}, false} {}
 
 std::int32_t Programme::OpenReadOnly(const char* path) {
   input_.path = path;

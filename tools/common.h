@@ -21,13 +21,16 @@ int Fail(const std::string& what, std::int32_t rc);
 // A command-line path (in the locale's multibyte encoding) as wide text.
 bool ToWide(const char* path, std::vector<wchar_t>& out);
 
-// A read-only stream over a file of the command line, owned by the tool
-// (its Close does not free it).
-struct InputFile {
+// A stream over a file of the command line, owned by the tool: Close does
+// not free it. A writable stream opens the file for reading and writing
+// whatever mode it is asked for, and Create makes the file when missing.
+struct CliFile {
   TMXStream base;
   std::FILE* file;
   std::string path;
+  bool writable;
 };
+extern const TMXStreamOps kCliFileOps;
 
 // An open programme, closed when the object goes.
 class Programme {
@@ -47,7 +50,7 @@ class Programme {
 
  private:
   TMXFile* file_ = nullptr;
-  InputFile input_;
+  CliFile input_;
 };
 
 // Milliseconds as h:mm:ss.mmm.
