@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "io/file_stream.h"
 #include "io/stream_io.h"
 #include "metadata/key_table.h"
+#include "playback/position.h"
 #include "util/alloc.h"
 
 namespace tmx {
@@ -35,17 +37,18 @@ void CloseStream(TMXFile* f, TMXStream* s) noexcept {
   if (s && ClosesWithList(f, s)) s->ops->Close(s);
 }
 
-// Closes a stream the list code opened, when a list could not be made of it.
+// Closes a stream on every path that does not keep it.
 class StreamCloser {
  public:
-  StreamCloser(TMXFile* f, TMXStream* s) noexcept : f_(f), s_(s) {}
+  explicit StreamCloser(TMXStream* s) noexcept : s_(s) {}
   StreamCloser(const StreamCloser&) = delete;
   StreamCloser& operator=(const StreamCloser&) = delete;
-  ~StreamCloser() { CloseStream(f_, s_); }
+  ~StreamCloser() {
+    if (s_) s_->ops->Close(s_);
+  }
   void Keep() noexcept { s_ = nullptr; }
 
  private:
-  TMXFile* f_;
   TMXStream* s_;
 };
 
@@ -54,18 +57,6 @@ class StreamCloser {
 std::int32_t ProductIdSize(TMXFile* f, std::uint32_t* size) noexcept {
   if (TMXGetMetadataInfo(f, kProductIdKey, 0, size) != 0) return TMX_ERR_UNSUPPORTED;
   return *size > kMaxValueSize ? TMX_ERR_INCONSISTENT : TMX_OK;
-}
-
-// Opens the position stream for reading and writing once per open file;
-// creates it when `create` is set.
-std::int32_t OpenPositionStream(TMXFile* f, bool create) noexcept {
-  if (f->positionStreamOpen) return TMX_OK;
-  TMXStream* s = f->positionStream;
-  bool opened = s->ops->Open && s->ops->Open(s, TMX_STREAM_READ_WRITE) == 0;
-  if (!opened && create) opened = s->ops->Create && s->ops->Create(s) == 0;
-  if (!opened) return TMX_ERR_FILE;
-  f->positionStreamOpen = 1;
-  return TMX_OK;
 }
 
 // The list must carry the programme's "@pid": the stored value, up to its
@@ -129,11 +120,11 @@ std::int32_t OpenOn(TMXFile* f, TMXStream* s, bool isOpen) noexcept {
     return rc;
   }
   if (s == f->positionStream) {
-    TMX_RETURN_IF_ERROR(OpenPositionStream(f, /*create=*/false));
+    if (!OpenPositionStream(f, /*create=*/false)) return TMX_ERR_FILE;
   } else if (s != f->stream && !isOpen) {
     if (!s->ops->Open || s->ops->Open(s, TMX_STREAM_READ) != 0) return TMX_ERR_FILE;
   }
-  StreamCloser closer(f, s);
+  StreamCloser closer(ClosesWithList(f, s) ? s : nullptr);
   TMX_RETURN_IF_ERROR(ReadList(f, s, pidSize));
   closer.Keep();
   return TMX_OK;
@@ -185,33 +176,61 @@ std::int32_t WriteTree(TMXFile* f, TMXStream* s, const std::uint8_t (&prefix)[kP
   return WriteExactAt(s, sizeof head + n, tail);
 }
 
+// The 16 bytes in front of a list kept in the position stream (zeros when
+// they cannot be read). A caller's position stream is closed afterwards, so
+// that the new list is made through Create like any other; a built-in one
+// stays open (created when missing), since its Close would free it.
+std::int32_t ReadPrefix(TMXFile* f, TMXStream* s, bool keepOpen,
+                        std::uint8_t (&prefix)[kPrefixSize]) noexcept {
+  const bool open = OpenPositionStream(f, /*create=*/keepOpen);
+  if (keepOpen && !open) return TMX_ERR_FILE;
+  if (!open || ReadExactAt(s, 0, prefix) != 0) std::memset(prefix, 0, kPrefixSize);
+  if (open && !keepOpen) {
+    s->ops->Close(s);
+    f->positionStreamOpen = 0;
+  }
+  return TMX_OK;
+}
+
 }  // namespace
 
 std::int32_t OpenList(TMXFile* f, TMXStream* s) noexcept {
-  // The stream of the open list stays open when it is opened again.
-  const bool reopening = s && s == f->bookmarkStream;
-  if (reopening) {
+  // The open list's stream is closed and opened again, unless it is a
+  // built-in file stream, whose Close would free it: that one stays open.
+  const bool keepOpen = s && s == f->bookmarkStream && IsFileStream(s);
+  if (keepOpen) {
     Detach(f);
   } else {
     CloseBookmarkList(f);
   }
   if (!s) return TMX_ERR_STREAM_OPS;
   if (!CanRead(s)) {
-    if (reopening) CloseStream(f, s);
+    if (keepOpen) CloseStream(f, s);
     return TMX_ERR_STREAM_OPS;
   }
-  return OpenOn(f, s, reopening);
+  return OpenOn(f, s, keepOpen);
 }
 
+// A new list: close the list kept in the stream, keep the position record,
+// Create, write the tree, Close, and open the new list when it replaced the
+// open one or lives in the position stream. Built-in file streams free
+// themselves in Close, so one that is open already is written while it
+// stays open.
 std::int32_t InitList(TMXFile* f, TMXStream* s) noexcept {
   if (!s || s == f->stream || !CanRead(s) || !s->ops->Write) return TMX_ERR_STREAM_OPS;
   const bool position = s == f->positionStream;
-  // The open list's stream is written while it stays open, and the new list
-  // is opened in it afterwards.
-  bool reopen = s == f->bookmarkStream;
-  bool isOpen = reopen;
-  if (reopen) Detach(f);
-  StreamCloser closer(f, isOpen ? s : nullptr);
+  const bool builtIn = IsFileStream(s);
+  const bool replaces = s == f->bookmarkStream;
+  if (replaces && builtIn) {
+    Detach(f);
+  } else if (replaces) {
+    CloseBookmarkList(f);
+  }
+  const bool reopen = position || replaces;
+  // A built-in stream that is open now stays open throughout; on failure
+  // the list's own stream is closed, the position stream left to the file.
+  const bool isOpen = builtIn && reopen;
+  StreamCloser closeOpen(isOpen && !position ? s : nullptr);
 
   std::uint32_t n = 0;
   TMX_RETURN_IF_ERROR(ProductIdSize(f, &n));
@@ -221,27 +240,23 @@ std::int32_t InitList(TMXFile* f, TMXStream* s) noexcept {
     if (!pid) return TMX_ERR_MEMORY;
   }
   std::uint8_t prefix[kPrefixSize] = {};
-  if (position) {
-    // The position record in front of the tree is kept. The position
-    // stream stays open: the file closes it.
-    TMX_RETURN_IF_ERROR(OpenPositionStream(f, /*create=*/true));
-    if (ReadExactAt(s, 0, prefix) != 0) std::memset(prefix, 0, sizeof prefix);
-    reopen = true;
-  } else if (!isOpen) {
-    if (!s->ops->Create || s->ops->Create(s) != 0) return TMX_ERR_FILE;
-  }
-  StreamCloser closeNew(f, isOpen ? nullptr : s);
+  if (position) TMX_RETURN_IF_ERROR(ReadPrefix(f, s, builtIn, prefix));
+  if (!isOpen && (!s->ops->Create || s->ops->Create(s) != 0)) return TMX_ERR_FILE;
+  StreamCloser closeCreated(isOpen ? nullptr : s);
   if (n > 0) TMX_RETURN_IF_ERROR(TMXGetMetadata(f, kProductIdKey, pid.get(), n));
   TMX_RETURN_IF_ERROR(WriteTree(f, s, prefix, {pid.get(), n}));
   ListLayout layout{};
   Atom blst{};
   TMX_RETURN_IF_ERROR(FindList(s, &layout));
   TMX_RETURN_IF_ERROR(FindListItems(s, layout.range, &blst));
-  if (!reopen) return TMX_OK;  // closeNew closes the stream
-  closer.Keep();
-  closeNew.Keep();
-  CloseBookmarkList(f);
-  return OpenOn(f, s, /*isOpen=*/true);
+  if (!reopen) return TMX_OK;  // closeCreated closes the stream
+  closeOpen.Keep();
+  if (!isOpen) {
+    closeCreated.Keep();
+    s->ops->Close(s);
+  }
+  CloseBookmarkList(f);  // a list open in another stream
+  return OpenOn(f, s, isOpen);
 }
 
 std::int32_t InsertTime(TMXFile* f, std::uint32_t time, std::uint32_t* index) noexcept {

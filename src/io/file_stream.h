@@ -11,6 +11,12 @@ namespace tmx {
 extern const TMXStreamOps kReadWriteFileOps;
 extern const TMXStreamOps kInputFileOps;
 
+// Whether `s` uses one of the built-in tables, whose Close also frees the
+// stream object.
+inline bool IsFileStream(const TMXStream* s) noexcept {
+  return s->ops == &kReadWriteFileOps || s->ops == &kInputFileOps;
+}
+
 // Allocates a file stream for `path` with the read/write or the input-only
 // table. Null when allocation fails or the path does not fit in
 // TMX_PATH_CAPACITY characters with its terminator.

@@ -14,18 +14,6 @@ std::uint32_t ByteSum(std::uint32_t v) noexcept {
   return (v & 0xFF) + ((v >> 8) & 0xFF) + ((v >> 16) & 0xFF) + (v >> 24);
 }
 
-// Opens the position file for reading and writing once per open file;
-// creates it when `create` is set and it does not exist.
-bool OpenPositionStream(TMXFile* f, bool create) noexcept {
-  if (f->positionStreamOpen) return true;
-  TMXStream* s = f->positionStream;
-  const TMXStreamOps* ops = s->ops;
-  bool opened = ops->Open && ops->Open(s, TMX_STREAM_READ_WRITE) == 0;
-  if (!opened && create) opened = ops->Create && ops->Create(s) == 0;
-  if (opened) f->positionStreamOpen = 1;
-  return opened;
-}
-
 // Reads and checks the record; -5, -3 or 0.
 std::int32_t ReadRecord(TMXStream* s, PositionRecord* record) noexcept {
   std::uint8_t bytes[kRecordSize];
@@ -41,6 +29,16 @@ std::int32_t ReadRecord(TMXStream* s, PositionRecord* record) noexcept {
 }
 
 }  // namespace
+
+bool OpenPositionStream(TMXFile* f, bool create) noexcept {
+  if (f->positionStreamOpen) return true;
+  TMXStream* s = f->positionStream;
+  const TMXStreamOps* ops = s->ops;
+  bool opened = ops->Open && ops->Open(s, TMX_STREAM_READ_WRITE) == 0;
+  if (!opened && create) opened = ops->Create && ops->Create(s) == 0;
+  if (opened) f->positionStreamOpen = 1;
+  return opened;
+}
 
 std::uint32_t PositionChecksum(std::uint32_t position, std::uint32_t finished) noexcept {
   return ~(ByteSum(position) + ByteSum(finished));

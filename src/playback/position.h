@@ -23,6 +23,10 @@ std::int32_t SavePosition(TMXFile* file, std::uint32_t reason) noexcept;
 // A missing or corrupt record is not an error: playback starts at 0.
 std::int32_t LoadPosition(TMXFile* file) noexcept;
 
+// Opens the position stream for reading and writing once per open file,
+// creating the file when `create` is set and it does not exist yet.
+bool OpenPositionStream(TMXFile* file, bool create) noexcept;
+
 // Runs LoadPosition once per open, ignoring its result.
 void EnsurePositionLoaded(TMXFile* file) noexcept;
 

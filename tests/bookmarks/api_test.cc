@@ -2,10 +2,13 @@
 // times and metadata values.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 
 #include "bookmarks/bookmark_support.h"
+#include "support/temp_dir.h"
+#include "support/test_data.h"
 #include "util/alloc.h"
 
 namespace tmx::test {
@@ -131,33 +134,78 @@ TEST(BookmarkStreams, RefusedStreamsProgrammesAndLists) {
   }
 }
 
-TEST(BookmarkStreams, OwnershipOfSeparateAndPositionStreams) {
+// A caller's stream sees the calls any new list makes: the list kept in it
+// is closed, the position record read, then Create, Close, and Open again.
+TEST(BookmarkStreams, CallersStreamsSeeCloseCreateCloseOpen) {
   MemoryStream list;  // outlives the file, which closes it
-  Session s(ProgrammeBytes(kPid));
+  const ByteVec record = {0, 0, 0, 2, 0xFF, 0xFF, 0xFF, 0x7F, 0, 0, 0x10, 0, 0, 0, 0, 0};
+  Session s(ProgrammeBytes(kPid), record);
   TMXFile* f = s.f();
+  MemoryStream& position = s.position();
   ASSERT_EQ(TMXInitBookmarkList(f, list.stream()), TMX_OK);
-  EXPECT_EQ(list.opens() - list.closes(), 0);  // created, written, closed
+  EXPECT_EQ(list.take_calls(), "create close");
   EXPECT_EQ(TMXGetBookmarkCount(f, nullptr), TMX_ERR_NO_BOOKMARK_LIST);
   ASSERT_EQ(TMXOpenBookmarkList(f, list.stream()), TMX_OK);
-  EXPECT_EQ(list.last_open_mode(), TMX_STREAM_READ);
   ASSERT_EQ(Add(f, 4000), TMX_OK);
-  ASSERT_EQ(TMXOpenBookmarkList(f, list.stream()), TMX_OK);  // stays open
-  ASSERT_EQ(TMXInitBookmarkList(f, list.stream()), TMX_OK);  // replaced, still open
+  ASSERT_EQ(TMXOpenBookmarkList(f, list.stream()), TMX_OK);
+  EXPECT_EQ(list.take_calls(), "open0 close open0");
+  EXPECT_EQ(Times(f), std::vector<std::uint32_t>{4000});
+  ASSERT_EQ(TMXInitBookmarkList(f, list.stream()), TMX_OK);  // replaced and opened
+  EXPECT_EQ(list.take_calls(), "close create close open0");
   EXPECT_EQ(Times(f), std::vector<std::uint32_t>{});
-  EXPECT_EQ(list.opens() - list.closes(), 1);
-  ASSERT_EQ(TMXInitBookmarkList(f, s.position().stream()), TMX_OK);  // closes the other
-  EXPECT_EQ(list.opens() - list.closes(), 0);
+
+  ASSERT_EQ(TMXInitBookmarkList(f, position.stream()), TMX_OK);  // closes the other
+  EXPECT_EQ(list.take_calls(), "close");
+  EXPECT_EQ(position.take_calls(), "open1 close create close open1");
+  EXPECT_EQ(ByteVec(s.bytes().begin(), s.bytes().begin() + 16), record);
+  ASSERT_EQ(Add(f, 2500), TMX_OK);
+  ASSERT_EQ(TMXInitBookmarkList(f, position.stream()), TMX_OK);
+  EXPECT_EQ(position.take_calls(), "close create close open1");
   ASSERT_EQ(Add(f, 2500), TMX_OK);
   ASSERT_EQ(TMXCloseBookmarkList(f), TMX_OK);
-  EXPECT_EQ(s.position().closes(), 0);  // the file closes the position stream
+  EXPECT_EQ(position.take_calls(), "");  // the file closes the position stream
   ASSERT_EQ(TMXOpenBookmarkList(f, list.stream()), TMX_OK);
   const std::int64_t live = tmx::testing::LiveAllocations();
   s.Close();
   EXPECT_LT(tmx::testing::LiveAllocations(), live);
-  EXPECT_EQ(list.opens() - list.closes(), 0);
-  EXPECT_EQ(s.position().closes(), 1);
+  EXPECT_EQ(list.take_calls(), "open0 close");
+  EXPECT_EQ(position.take_calls(), "close");
   EXPECT_EQ(ParseList(s.bytes()).bookmarks.at(0).time, 2500u);
   EXPECT_EQ(s.programme().data(), ProgrammeBytes(kPid));
+}
+
+// The built-in file streams free themselves in Close, so the list code
+// never closes and reopens one that is open: replacing and reopening lists
+// in them must not touch a freed stream (the sanitizer build would see it).
+TEST(BookmarkStreams, BuiltInFileStreamsStayOpenWhileTheirListIsReplaced) {
+  TempDir dir;
+  const ByteVec& programme = ProgrammeBytes(kPid);
+  const std::wstring path =
+      dir.Write("book.tmx", std::string(programme.begin(), programme.end())).wstring();
+  TMXFile* f = nullptr;
+  ASSERT_EQ(TMXOpenFileWinW(&f, path.c_str()), TMX_OK);
+  ASSERT_EQ(TMXInitBookmarkList(f, f->positionStream), TMX_OK);
+  ASSERT_EQ(Add(f, 3000), TMX_OK);
+  ASSERT_EQ(TMXOpenBookmarkList(f, f->positionStream), TMX_OK);
+  EXPECT_EQ(Times(f), std::vector<std::uint32_t>{3000});
+  ASSERT_EQ(TMXInitBookmarkList(f, f->positionStream), TMX_OK);
+  EXPECT_EQ(Times(f), std::vector<std::uint32_t>{});
+
+  // A separate built-in stream is freed by the Close that ends its creation;
+  // the list is then opened through a new one, which the file frees.
+  const std::wstring other = (dir.path() / "other.bmk").wstring();
+  auto fileStream = [&] {
+    auto* fs = static_cast<TMXFileStream*>(std::calloc(1, sizeof(TMXFileStream)));
+    std::copy(other.begin(), other.end(), fs->path);
+    return TMXInitIOStream(reinterpret_cast<TMXStream*>(fs), nullptr);
+  };
+  ASSERT_EQ(TMXInitBookmarkList(f, fileStream()), TMX_OK);
+  TMXStream* s = fileStream();
+  ASSERT_EQ(TMXOpenBookmarkList(f, s), TMX_OK);
+  ASSERT_EQ(TMXOpenBookmarkList(f, s), TMX_OK);
+  EXPECT_EQ(Times(f), std::vector<std::uint32_t>{});
+  EXPECT_EQ(TMXCloseFile(f), TMX_OK);  // closes and frees the list's stream
+  EXPECT_TRUE(ParseList(ReadFileBytes(dir.path() / "book.pos")).bookmarks.empty());
 }
 
 // A list kept in the programme's own "udta" (behind its last atom).

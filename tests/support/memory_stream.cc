@@ -14,6 +14,7 @@ MemoryStream::MemoryStream(std::vector<std::uint8_t> data) : data_(std::move(dat
 std::int32_t MemoryStream::Create(TMXStream* s) {
   ++Self(s)->opens_;
   Self(s)->lastOpenMode_ = TMX_STREAM_READ_WRITE;
+  Self(s)->Log("create");
   return TMX_OK;
 }
 
@@ -21,11 +22,13 @@ std::int32_t MemoryStream::Open(TMXStream* s, std::int32_t mode) {
   if (mode != TMX_STREAM_READ && mode != TMX_STREAM_READ_WRITE) return TMX_ERR_ARGUMENT;
   ++Self(s)->opens_;
   Self(s)->lastOpenMode_ = mode;
+  Self(s)->Log(mode == TMX_STREAM_READ ? "open0" : "open1");
   return TMX_OK;
 }
 
 std::int32_t MemoryStream::Close(TMXStream* s) {
   ++Self(s)->closes_;
+  Self(s)->Log("close");
   return TMX_OK;
 }
 

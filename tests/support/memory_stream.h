@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "tmxsdk.h"
@@ -31,6 +33,9 @@ class MemoryStream {
   int reads() const { return reads_; }
   int writes() const { return writes_; }
   int last_open_mode() const { return lastOpenMode_; }
+  // The Create, Open and Close calls so far, as "create open0 open1 close";
+  // `take_calls` returns them and starts afresh.
+  std::string take_calls() { return std::exchange(calls_, {}); }
   std::uint32_t position() const { return position_; }
 
  private:
@@ -61,6 +66,8 @@ class MemoryStream {
   int opens_ = 0;
   int closes_ = 0;
   int lastOpenMode_ = -1;
+  std::string calls_;
+  void Log(const char* call) { calls_ += calls_.empty() ? call : std::string(" ") + call; }
 };
 
 // Big-endian byte building for hand-made files.
