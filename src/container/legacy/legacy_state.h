@@ -45,8 +45,9 @@ struct ReaderPos {
 };
 
 struct LegacyState {
-  // The header's size word: the file's end for every bound, and equal to the
-  // stream's size whenever the stream knows it.
+  // The file's end for every bound: the header's size word, which equals the
+  // stream's size whenever the stream knows it; 0xFFFFFFFF for a stream that
+  // does not know its size.
   std::uint32_t fileEnd;
   Record records[kRecordTypes];
 

@@ -70,10 +70,12 @@ std::int32_t ReadTableOfContents(TMXFile* f, TMXStream* s) noexcept {
   const std::uint32_t streamSize = s->ops->GetSize(s);
   if (streamSize != TMX_STREAM_UNKNOWN && streamSize != sizeWord) return TMX_ERR_INCONSISTENT;
   if (LoadBE32(head + 4) != kMagic) return TMX_ERR_UNSUPPORTED;
+  // A stream that cannot tell its size is not held to the size word: its
+  // reads fail by themselves at the real end.
+  st.fileEnd = streamSize == TMX_STREAM_UNKNOWN ? TMX_STREAM_UNKNOWN : sizeWord;
   const std::uint32_t count = LoadBE32(head + 8);
   // The table has to fit in the file, which also bounds the walk below.
-  if (kHeaderFixed + std::uint64_t(kEntrySize) * count > sizeWord) return TMX_ERR_INCONSISTENT;
-  st.fileEnd = sizeWord;
+  if (kHeaderFixed + std::uint64_t(kEntrySize) * count > st.fileEnd) return TMX_ERR_INCONSISTENT;
 
   const std::uint32_t inHead = std::min(count, kEntriesInHeaderRead);
   if (std::uint32_t(got) < kHeaderFixed + kEntrySize * inHead) return TMX_ERR_READ;

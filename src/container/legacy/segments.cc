@@ -104,13 +104,14 @@ std::int32_t LoadNextSegment(TMXFile* f) noexcept {
     headerPos = std::uint64_t(last.dataPos) + last.size;
   }
   // Every header lies behind the data before it, so the chain only moves
-  // forward and cannot loop; it must stay inside the file.
+  // forward and cannot loop; each header must lie inside the file. A size
+  // running past the file's end is taken as stated: the frames that are
+  // in the file are delivered, and reads beyond it fail.
   if (headerPos + kSegmentHeader > st.fileEnd) return TMX_ERR_INCONSISTENT;
   std::uint8_t b[kSegmentHeader];
   TMX_RETURN_IF_ERROR(ReadExactAt(f->stream, std::uint32_t(headerPos), b));
   const Segment seg = {LoadBE32(b + 4), LoadBE32(b)};
   if (seg.dataPos != headerPos + kSegmentHeader) return TMX_ERR_INCONSISTENT;
-  if (std::uint64_t(seg.dataPos) + seg.size > st.fileEnd) return TMX_ERR_INCONSISTENT;
   TMX_RETURN_IF_ERROR(MakeRoom(st));
   st.segments[st.segmentCount++] = seg;
   st.loadedBytes += seg.size;
@@ -122,11 +123,15 @@ std::int32_t SeekToFrame(TMXFile* f, std::uint32_t frame) noexcept {
   LegacyState& st = State(f);
   if (f->sampleRate == 0) return TMX_ERR_INCONSISTENT;
   if (st.segmentCount == 0) return TMX_ERR_SEEK_RANGE;
-  // Frame offsets are whole frames of the audio, whatever the segment
-  // boundaries; a frame past the end stands at the audio's end.
+  // The frame's byte offset in the audio picks the segment; inside it the
+  // reader stands on a whole frame counted from the segment's start, so
+  // where a segment is not a whole number of frames a seek lands on the
+  // frame boundary at or before that byte. A frame past the end stands at
+  // the audio's end.
   const std::uint32_t target = std::min(frame, f->frameCount);
   ReaderPos p{};
   TMX_RETURN_IF_ERROR(Locate(f, std::uint64_t(target) * st.bytesPerFrame, &p));
+  p.inner -= p.inner % st.bytesPerFrame;
   st.pos = p;
   f->currentFrame = target;
   f->decoderResetPending = 1;
