@@ -77,4 +77,21 @@ std::int32_t WriteExactAt(TMXStream* s, std::uint32_t position,
   return TransferAt(s, position, nullptr, data.data(), data.size());
 }
 
+std::int32_t ReadUpToAt(TMXStream* s, std::uint32_t position, std::span<std::uint8_t> out,
+                        std::uint32_t* got) noexcept {
+  *got = 0;
+  if (out.empty()) return TMX_OK;
+  if (out.size() > INT32_MAX) return TMX_ERR_READ;
+  if (s->ops->Seek(s, position) != 0) return TMX_ERR_SEEK;
+  std::int32_t rc = TMX_OK;
+  while (*got < out.size()) {
+    std::int32_t done = 0;
+    rc = s->ops->Read(s, out.data() + *got, std::int32_t(out.size() - *got), &done);
+    if (rc != 0 || done <= 0) break;
+    *got += std::uint32_t(done);
+  }
+  if (*got > 0) return TMX_OK;
+  return rc != 0 ? rc : TMX_ERR_READ;
+}
+
 }  // namespace tmx

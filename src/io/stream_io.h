@@ -28,6 +28,12 @@ std::int32_t ReadExactAt(TMXStream* s, std::uint32_t position,
 std::int32_t WriteExactAt(TMXStream* s, std::uint32_t position,
                           std::span<const std::uint8_t> data) noexcept;
 
+// Reads at an absolute position until `out` is full or the stream gives no
+// more; `*got` receives the count. At least one byte is a success, as with
+// a single short read; an empty `out` reads nothing and succeeds.
+std::int32_t ReadUpToAt(TMXStream* s, std::uint32_t position, std::span<std::uint8_t> out,
+                        std::uint32_t* got) noexcept;
+
 // Big-endian packing of in-memory bytes.
 constexpr std::uint32_t LoadBE32(const std::uint8_t* p) noexcept {
   return (std::uint32_t(p[0]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[2]) << 8) |

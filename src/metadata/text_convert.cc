@@ -200,8 +200,9 @@ void FromSingleByte(std::span<const std::uint8_t> in, Sink& sink) noexcept {
     if (b == '&' && i + 2 < in.size() && in[i + 1] == '#' && IsDigit(in[i + 2])) {
       std::size_t j = i + 2;
       std::uint32_t value = 0;
+      // The reference is "&#" and its digits alone: a ";" after them stays
+      // in the text.
       while (j < in.size() && IsDigit(in[j])) value = (value * 10 + (in[j++] - '0')) & 0xFF;
-      if (j < in.size() && in[j] == ';') ++j;
       i = j;
       if (value == 0) return;
       if (!Emit(sink, value)) return;

@@ -19,8 +19,8 @@
 //   odd-length source is ignored.
 // - Single-byte sources are ISO 8859-1 with decimal numeric character
 //   references: "&#" followed by one or more decimal digits is the character
-//   whose value is that number modulo 256, and one ';' right after the digits
-//   belongs to the reference. "&#" without a digit after it is literal text,
+//   whose value is that number modulo 256; a ';' after the digits is
+//   ordinary text. "&#" without a digit after it is literal text,
 //   and so is the hexadecimal form "&#x". A reference whose value is 0 (such
 //   as "&#0" or "&#256") ends the text like a zero byte.
 // - UTF-16 output uses host-order units and surrogate pairs above U+FFFF.

@@ -1,7 +1,9 @@
 // Chapter titles, links and pictures: the timed side tracks.
+#include <algorithm>
 #include <cstring>
 
 #include "container/format_handler.h"
+#include "io/stream_io.h"
 #include "metadata/queries.h"
 #include "metadata/text_convert.h"
 #include "util/alloc.h"
@@ -33,6 +35,29 @@ std::int32_t StartTime(TMXFile* f, std::uint32_t type, std::uint32_t index,
   TMX_RETURN_IF_ERROR(Describe(f, type, index, &info));
   *time = info.startTime;
   return TMX_OK;
+}
+
+// The size of a title's record covers one character more than the title,
+// so the bytes read run into what follows it and the conversion stops at the
+// zero high byte of the next length or box size. After the last title that
+// over-read reaches past the end of the stream: what can be read is enough,
+// and the zero bytes behind it end the text.
+std::int32_t DeliverTitle(TMXFile* f, const TMXFrameInfo& record, std::uint8_t* out,
+                          std::uint32_t capacity) noexcept {
+  TMXStream* s = f->stream;
+  std::uint32_t want = record.size;
+  const std::uint32_t streamSize = s->ops->GetSize(s);
+  if (streamSize != TMX_STREAM_UNKNOWN && record.offset < streamSize)
+    want = std::min(want, streamSize - record.offset);
+  tmx::Owned<std::uint8_t> work(tmx::AllocArray<std::uint8_t>(std::size_t(want) + 2));
+  if (!work) return TMX_ERR_MEMORY;
+  const std::uint32_t saved = s->ops->Tell(s);
+  std::uint32_t got = 0;
+  const std::int32_t rc = tmx::ReadUpToAt(s, record.offset, {work.get(), want}, &got);
+  s->ops->Seek(s, saved);
+  TMX_RETURN_IF_ERROR(rc);
+  return tmx::ConvertText({work.get(), std::size_t(got) + 2}, tmx::kTextUtf8, f->unicodeFormat,
+                          out, capacity);
 }
 
 // The link sample: caption length L, caption, then the first modifier box,
@@ -113,11 +138,7 @@ TMX_API std::int32_t TMXGetChapterText(TMXFile* f, const TMXFrameInfo* record, s
     std::memset(buffer, 0, size < 2 ? size : 2);
     return TMX_ERR_NOT_FOUND;
   }
-  // The size covers one character more than the title, so the bytes read
-  // run into what follows it; the conversion stops at the zero high byte of
-  // the next length or box size.
-  TMX_RETURN_IF_ERROR(
-      tmx::DeliverText(f, record->offset, record->size, tmx::kTextUtf8, buffer, size));
+  TMX_RETURN_IF_ERROR(DeliverTitle(f, *record, buffer, size));
   AdvanceIfCurrent(f, record);
   return TMX_OK;
 }

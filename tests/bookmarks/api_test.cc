@@ -308,7 +308,7 @@ TEST(BookmarkMetadata, StoredAsGivenDeliveredInTheTextFormat) {
   ASSERT_EQ(Add(f, 5000), TMX_OK);  // the annotated bookmark becomes number 1
   EXPECT_EQ(TMXGetBookmarkInfo(f, 0, kKeyNote, 0, &size), TMX_ERR_NOT_FOUND);
   ASSERT_EQ(TMXGetBookmarkMetadata(f, 1, kKeyNote, out, sizeof out), TMX_OK);
-  EXPECT_EQ(text(), "ABC");
+  EXPECT_EQ(text(), "AB;C");
   std::memset(out, 0xEE, sizeof out);
   EXPECT_EQ(TMXGetBookmarkMetadata(f, 1, kKeyCover, out, 6), TMX_ERR_BUFFER);
   ASSERT_EQ(TMXGetBookmarkMetadata(f, 1, kKeyCover, out, 7), TMX_OK);

@@ -88,7 +88,7 @@ TEST_F(MetadataClass, CollectsTagsAndProperties) {
   EXPECT_EQ(m.parentTitle, L"Parent");
   EXPECT_EQ(m.productId, "ID-\xE9");  // the single-byte text as it arrived
   EXPECT_EQ(m.provider, L"Provider");
-  EXPECT_EQ(m.publicationDate, L"2024-01");
+  EXPECT_EQ(m.publicationDate, L"2024-;01");
   EXPECT_EQ(m.shortDescription, L"Short description");
   EXPECT_EQ(m.userAlias, L"J\u00F6rg");
   // "1234" arrives as "123" and a terminator, read as a little-endian word.

@@ -315,11 +315,15 @@ TEST(MetadataQueries, TextIsDeliveredInEveryFormat) {
     ASSERT_EQ(r.rc, TMX_OK);
     EXPECT_EQ(Utf16At(r.bytes), wide);
   }
-  // Single-byte values decode numeric references (modulo 256).
+  // Single-byte values decode numeric references (modulo 256); a ';' after
+  // the digits is text of its own, in every format.
   TMXSetUnicodeFormat(p.file(), 0);
-  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\374\337e \xA9\xAC");
+  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\374;\337;e \xA9\xAC;");
   TMXSetUnicodeFormat(p.file(), 1);
-  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\u00FC\u00DFe \xC2\xA9\x7F\xC2\xAC");
+  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\u00FC;\u00DF;e \xC2\xA9\x7F\xC2\xAC;");
+  TMXSetUnicodeFormat(p.file(), 3);
+  EXPECT_EQ(Utf16At(Get(p.file(), FourCC("sing"), 64).bytes),
+            u"Gr\u00FC;\u00DF;e \u00A9\x7F\u00AC;");
 
   // Short buffers cut the text and still succeed; one byte holds the terminator alone.
   TMXSetUnicodeFormat(p.file(), 0);

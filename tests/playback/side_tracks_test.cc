@@ -219,6 +219,31 @@ TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
   ASSERT_EQ(o.rc, TMX_OK);
   EXPECT_EQ(Utf16At(o.bytes, 0), u"AbXY");
 
+  // When the title ends the stream the over-read runs past its end: the
+  // bytes that can be read are enough, whether the stream knows its size or
+  // not. A title that starts beyond the end is a failed read.
+  const std::uint32_t end = r.offset + 2;
+  for (bool unknownSize : {false, true}) {
+    OpenProgramme q(p.stream().data());
+    q.stream().data().resize(end);
+    q.stream().set_unknown_size(unknownSize);
+    for (std::uint32_t format : {0u, 3u}) {
+      TMXSetUnicodeFormat(q.file(), format);
+      ASSERT_EQ(TMXGetChapterInfo(q.file(), 1, &r), TMX_OK);
+      const Guarded t = ReadGuarded(16, [&](std::uint8_t* b, std::uint32_t n) {
+        return TMXGetChapterText(q.file(), &r, b, n);
+      });
+      ASSERT_EQ(t.rc, TMX_OK) << format << unknownSize;
+      if (format == 3) {
+        EXPECT_EQ(Utf16At(t.bytes, 0), u"Ab");
+      } else {
+        EXPECT_EQ(UpToZero(t.bytes), "Ab");
+      }
+    }
+    r.offset = end;
+    EXPECT_EQ(Title(q.file(), r, 16), "<-3>");
+  }
+
   // A record of size 0 (as the older container describes every title):
   // an empty string in any format and -25.
   r.size = 0;
