@@ -5,22 +5,9 @@
 #include <cstdint>
 #include <span>
 
+#include "codec/codec.h"
+#include "container/format_handler.h"
 #include "tmxsdk.h"
-
-namespace tmx {
-struct FormatHandler;
-struct Codec;
-// TMXOpenFile for streams the library made itself: they are released on
-// every failure, even one that happens before they were opened.
-std::int32_t OpenWithOwnedStreams(TMXFile** out, TMXStream* stream,
-                                  TMXStream* positionStream) noexcept;
-
-// The position file's path: the programme's path up to its last "." (looked
-// for in the whole path, so a dot in a directory counts) followed by ".pos".
-// False when the result does not fit in `out` with its terminator.
-bool PositionPathFor(const wchar_t* path, std::span<wchar_t> out) noexcept;
-
-}  // namespace tmx
 
 struct TMXFile {
   TMXStream* stream;             // container stream, owned from a successful open
@@ -34,7 +21,6 @@ struct TMXFile {
   std::uint32_t sampleRate;       // also the time scale of samplesPerFrame
   std::uint32_t samplesPerFrame;  // 0 when unknown
   std::uint32_t frameCount;
-  std::uint32_t currentFrame;         // next audio frame to be delivered
   std::uint32_t positionLoaded;       // bool
   std::uint32_t positionStreamOpen;   // bool
   std::uint32_t* chapterStartFrames;  // owned by the format handler
@@ -42,24 +28,22 @@ struct TMXFile {
   std::uint32_t imageCount;
   std::int32_t positionSaveInterval;  // frames between periodic saves
   std::int32_t framesUntilSave;
-  std::uint32_t decoderResetPending;   // bool
   std::uint32_t chapterTextEnabled;    // bool
   std::uint32_t chapterLinksEnabled;   // bool
   std::uint32_t chapterImagesEnabled;  // bool
-  std::uint32_t adtsHeadersEnabled;    // bool
-  std::uint32_t imageQuality;
-  std::uint32_t unicodeFormat;
   std::uint32_t metadataLocale;
   const tmx::FormatHandler* formatHandler;
-  void* codecInstance;  // null until the first decode
+  void* codecInstance;  // null until the first decode; owned
   const tmx::Codec* codec;
-  TMXFrameInfo currentFrameInfo;
   std::uint32_t originalTitle[7];
   std::uint32_t bookmarkBufferSize;
-
-  // The format handler's own state, owned by it.
-  void* containerState;
   std::uint32_t linkCount;  // samples of the link track
+
+  // What the format handler works on: the reader's place (currentFrame,
+  // currentFrameInfo), the handler's state, what it found at open, and the
+  // options that change what it delivers (ADTS headers, image quality,
+  // unicode format). The properties above are copied from it at open.
+  tmx::Container reader;
   // The position stream was made by TMXOpenFileWinW and must be released at
   // close even when it was never opened.
   std::uint32_t ownsPositionStream;  // bool

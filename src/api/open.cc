@@ -1,5 +1,6 @@
 // Opening and closing programmes.
 #include <algorithm>
+#include <iterator>
 
 #include "api/file.h"
 #include "bookmarks/list.h"
@@ -19,12 +20,36 @@ bool HasRequiredOps(const TMXStream* s) noexcept {
   return ops && ops->Open && ops->Close && ops->Read && ops->Seek && ops->Tell && ops->GetSize;
 }
 
+// Copies what the handler found into the properties the exports report.
+void TakeInfo(TMXFile* file) noexcept {
+  const ProgrammeInfo& info = file->reader.info;
+  file->audioTrackType = info.audioTrackType;
+  file->duration = info.duration;
+  file->avgBitrate = info.avgBitrate;
+  file->maxBitrate = info.maxBitrate;
+  file->channelCount = info.channelCount;
+  file->sampleRate = info.sampleRate;
+  file->samplesPerFrame = info.samplesPerFrame;
+  file->frameCount = info.frameCount;
+  file->chapterStartFrames = info.chapterStartFrames;
+  file->chapterCount = info.chapterCount;
+  file->imageCount = info.imageCount;
+  file->linkCount = info.linkCount;
+  file->positionSaveInterval = info.positionSaveInterval;
+  file->framesUntilSave = info.positionSaveInterval;
+  std::copy(std::begin(info.originalTitle), std::end(info.originalTitle), file->originalTitle);
+}
+
 // Detects the type, picks the handler and lets it parse the container.
 std::int32_t OpenContainer(TMXFile* file, TMXStream* stream) noexcept {
   TMX_RETURN_IF_ERROR(stream->ops->Open(stream, TMX_STREAM_READ));
   TMX_RETURN_IF_ERROR(DetectFileType(file, stream));
+  file->reader.stream = stream;
+  file->reader.fileType = file->fileType;
   file->formatHandler = HandlerForFileType(file->fileType);
-  return file->formatHandler->OpenContainer(file, stream);
+  TMX_RETURN_IF_ERROR(file->formatHandler->OpenContainer(&file->reader, stream));
+  TakeInfo(file);
+  return TMX_OK;
 }
 
 // How the streams given to OpenFile are released when the open fails.
@@ -52,7 +77,7 @@ std::int32_t OpenFile(TMXFile** out, TMXStream* stream, TMXStream* positionStrea
     return rc;
   }
   file->codec = CodecForFileType(file->fileType);
-  file->imageQuality = kDefaultImageQuality;
+  file->reader.imageQuality = kDefaultImageQuality;
   file->bookmarkBufferSize = kDefaultBookmarkBufferSize;
   file->positionStream = positionStream;
   file->ownsPositionStream = owner == StreamOwner::kLibrary;
@@ -118,7 +143,8 @@ TMX_API std::int32_t TMXCloseFile(TMXFile* file) noexcept {
   if (!file) return TMX_ERR_HANDLE;
   CloseBookmarkList(file);
   if (file->positionStreamOpen) SavePosition(file, std::uint32_t(SaveReason::kClose));
-  if (file->formatHandler) file->formatHandler->CloseContainer(file);
+  if (file->codecInstance) file->codec->DestroyDecoder(&file->codecInstance);
+  if (file->formatHandler) file->formatHandler->CloseContainer(&file->reader);
   if (file->positionStream) {
     if (file->positionStreamOpen) {
       file->positionStream->ops->Close(file->positionStream);

@@ -9,6 +9,22 @@ std::int32_t Store(TMXFile* file, std::uint32_t TMXFile::*field, std::uint32_t v
   return TMX_OK;
 }
 
+// The options the reader follows live in its record.
+std::int32_t StoreReader(TMXFile* file, std::uint32_t tmx::Container::*field,
+                         std::uint32_t value) noexcept {
+  if (!file) return TMX_ERR_HANDLE;
+  file->reader.*field = value;
+  return TMX_OK;
+}
+
+std::int32_t ReportReader(TMXFile* file, std::uint32_t tmx::Container::*field,
+                          std::uint32_t* out) noexcept {
+  if (!file) return TMX_ERR_HANDLE;
+  if (!out) return TMX_ERR_ARGUMENT;
+  *out = file->reader.*field;
+  return TMX_OK;
+}
+
 std::int32_t Report(TMXFile* file, std::uint32_t TMXFile::*field, std::uint32_t* out) noexcept {
   if (!file) return TMX_ERR_HANDLE;
   if (!out) return TMX_ERR_ARGUMENT;
@@ -39,16 +55,16 @@ TMX_API std::int32_t TMXDisableChapterImages(TMXFile* f) noexcept {
   return Store(f, &TMXFile::chapterImagesEnabled, 0);
 }
 TMX_API std::int32_t TMXEnableADTSHeaders(TMXFile* f) noexcept {
-  return Store(f, &TMXFile::adtsHeadersEnabled, 1);
+  return StoreReader(f, &tmx::Container::adtsHeadersEnabled, 1);
 }
 TMX_API std::int32_t TMXDisableADTSHeaders(TMXFile* f) noexcept {
-  return Store(f, &TMXFile::adtsHeadersEnabled, 0);
+  return StoreReader(f, &tmx::Container::adtsHeadersEnabled, 0);
 }
 TMX_API std::int32_t TMXSetImageQuality(TMXFile* f, std::uint32_t quality) noexcept {
-  return Store(f, &TMXFile::imageQuality, quality);
+  return StoreReader(f, &tmx::Container::imageQuality, quality);
 }
 TMX_API std::int32_t TMXSetUnicodeFormat(TMXFile* f, std::uint32_t format) noexcept {
-  return Store(f, &TMXFile::unicodeFormat, format);
+  return StoreReader(f, &tmx::Container::unicodeFormat, format);
 }
 
 TMX_API std::int32_t TMXGetFileType(TMXFile* f, std::uint32_t* out) noexcept {
@@ -76,10 +92,10 @@ TMX_API std::int32_t TMXGetImageCount(TMXFile* f, std::uint32_t* out) noexcept {
   return Report(f, &TMXFile::imageCount, out);
 }
 TMX_API std::int32_t TMXGetImageQuality(TMXFile* f, std::uint32_t* out) noexcept {
-  return Report(f, &TMXFile::imageQuality, out);
+  return ReportReader(f, &tmx::Container::imageQuality, out);
 }
 TMX_API std::int32_t TMXGetUnicodeFormat(TMXFile* f, std::uint32_t* out) noexcept {
-  return Report(f, &TMXFile::unicodeFormat, out);
+  return ReportReader(f, &tmx::Container::unicodeFormat, out);
 }
 
 }  // extern "C"

@@ -88,7 +88,7 @@ std::int32_t ItemValue(TMXFile* f, const Atom& container, std::uint32_t key, std
   Owned<std::uint8_t> work(AllocArray<std::uint8_t>(std::size_t(v.size) + 2));
   if (!work) return TMX_ERR_MEMORY;
   TMX_RETURN_IF_ERROR(ReadExactAt(s, v.offset, {work.get(), v.size}));
-  return ConvertText({work.get(), std::size_t(v.size) + 2}, v.kind, f->unicodeFormat, buffer,
+  return ConvertText({work.get(), std::size_t(v.size) + 2}, v.kind, f->reader.unicodeFormat, buffer,
                      capacity);
 }
 
@@ -96,7 +96,7 @@ std::int32_t WriteItem(TMXFile* f, const ListLayout& layout, const Atom& contain
                        std::uint32_t key, const void* value, std::uint32_t size) noexcept {
   ListEditor editor(f->bookmarkStream, layout, f->bookmarkBufferSize);
   const std::int32_t rc =
-      editor.WriteItem(container, ItemTypeForKey(key), DataTypeForItem(key, f->unicodeFormat),
+      editor.WriteItem(container, ItemTypeForKey(key), DataTypeForItem(key, f->reader.unicodeFormat),
                        {static_cast<const std::uint8_t*>(value), size});
   Remember(f, editor);
   return rc;

@@ -160,7 +160,7 @@ std::int32_t WriteTree(TMXFile* f, TMXStream* s, const std::uint8_t (&prefix)[kP
                                  ItemTypeForKey(kProductIdKey),
                                  n + 16,
                                  kData,
-                                 ProductIdDataType(f->unicodeFormat),
+                                 ProductIdDataType(f->reader.unicodeFormat),
                                  0};
   for (std::size_t i = 0; i < std::size(words); ++i)
     StoreBE32(head + kPrefixSize + 4 * i, words[i]);

@@ -1,7 +1,7 @@
 #include "bookmarks/storage.h"
 
 #include "io/stream_io.h"
-#include "metadata/item_list.h"
+#include "container/mp4/item_list.h"
 #include "metadata/key_table.h"
 
 namespace tmx::bookmarks {

@@ -8,25 +8,25 @@
 namespace tmx {
 namespace {
 
-std::int32_t NullOpen(TMXFile*, TMXStream*) noexcept { return TMX_ERR_UNSUPPORTED; }
-std::int32_t NullClose(TMXFile*) noexcept { return TMX_ERR_UNSUPPORTED; }
-std::int32_t NullLocales(TMXFile*, std::uint32_t*, std::uint32_t*) noexcept {
+std::int32_t NullOpen(Container*, TMXStream*) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullClose(Container*) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullLocales(Container*, std::uint32_t*, std::uint32_t*) noexcept {
   return TMX_ERR_UNSUPPORTED;
 }
-std::int32_t NullItem(TMXFile*, std::uint32_t, std::uint32_t, std::uint32_t*, std::uint32_t*,
+std::int32_t NullItem(Container*, std::uint32_t, std::uint32_t, std::uint32_t*, std::uint32_t*,
                       std::uint32_t*, std::uint32_t*) noexcept {
   return TMX_ERR_UNSUPPORTED;
 }
-std::int32_t NullSeek(TMXFile*, std::uint32_t) noexcept { return TMX_ERR_UNSUPPORTED; }
-std::int32_t NullAdvance(TMXFile*) noexcept { return TMX_ERR_UNSUPPORTED; }
-std::int32_t NullRead(TMXFile*, std::uint8_t*, std::uint32_t, std::uint32_t*) noexcept {
+std::int32_t NullSeek(Container*, std::uint32_t) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullAdvance(Container*) noexcept { return TMX_ERR_UNSUPPORTED; }
+std::int32_t NullRead(Container*, std::uint8_t*, std::uint32_t, std::uint32_t*) noexcept {
   return TMX_ERR_UNSUPPORTED;
 }
-std::int32_t NullDecode(TMXFile*, const std::uint8_t*, std::uint32_t, std::int16_t*, std::uint32_t,
-                        std::uint32_t*) noexcept {
+std::int32_t NullDecode(Container*, const Codec*, void*, const std::uint8_t*, std::uint32_t,
+                        std::int16_t*, std::uint32_t, std::uint32_t*) noexcept {
   return TMX_ERR_UNSUPPORTED;
 }
-std::int32_t NullSampleInfo(TMXFile*, std::uint32_t, std::uint32_t, TMXFrameInfo*) noexcept {
+std::int32_t NullSampleInfo(Container*, std::uint32_t, std::uint32_t, TMXFrameInfo*) noexcept {
   return TMX_ERR_UNSUPPORTED;
 }
 

@@ -14,7 +14,7 @@ std::int32_t LookUpItem(TMXFile* file, std::uint32_t chapter, std::uint32_t key,
   const std::uint32_t saved = s->ops->Tell(s);
   *value = {locale, 0, 0, 0};
   const std::int32_t rc = file->formatHandler->GetMetadataItem(
-      file, chapter, key, &value->locale, &value->kind, &value->offset, &value->size);
+      &file->reader, chapter, key, &value->locale, &value->kind, &value->offset, &value->size);
   s->ops->Seek(s, saved);
   return rc;
 }
@@ -34,7 +34,7 @@ std::int32_t DeliverText(TMXFile* file, std::uint32_t offset, std::uint32_t size
   Owned<std::uint8_t> work(AllocArray<std::uint8_t>(std::size_t(size) + 2));
   if (!work) return TMX_ERR_MEMORY;
   TMX_RETURN_IF_ERROR(ReadValue(file, offset, {work.get(), size}));
-  return ConvertText({work.get(), std::size_t(size) + 2}, kind, file->unicodeFormat, out, capacity);
+  return ConvertText({work.get(), std::size_t(size) + 2}, kind, file->reader.unicodeFormat, out, capacity);
 }
 
 std::uint32_t NeededSize(std::uint32_t n, std::uint32_t kind, std::uint32_t format) noexcept {
@@ -62,7 +62,7 @@ std::int32_t Info(TMXFile* f, std::uint32_t chapter, std::uint32_t key, std::uin
                   std::uint32_t* size) noexcept {
   ItemValue v{};
   const std::int32_t rc = LookUpItem(f, chapter, key, locale, &v);
-  *size = rc == 0 ? NeededSize(v.size, v.kind, f->unicodeFormat) : 0;
+  *size = rc == 0 ? NeededSize(v.size, v.kind, f->reader.unicodeFormat) : 0;
   return rc;
 }
 
@@ -93,7 +93,7 @@ TMX_API std::int32_t TMXGetMetadataLocaleList(TMXFile* f, std::uint32_t* locales
   if (!locales || !count) return TMX_ERR_ARGUMENT;
   TMXStream* s = f->stream;
   const std::uint32_t saved = s->ops->Tell(s);
-  const std::int32_t rc = f->formatHandler->GetMetadataLocaleList(f, locales, count);
+  const std::int32_t rc = f->formatHandler->GetMetadataLocaleList(&f->reader, locales, count);
   s->ops->Seek(s, saved);
   return rc;
 }
@@ -140,7 +140,7 @@ TMX_API std::int32_t TMXGetUseralias(TMXFile* f, std::uint8_t* buffer,
   Owned<std::uint8_t> work(AllocArray<std::uint8_t>(needed ? needed : 1));
   if (!work) return TMX_ERR_MEMORY;
   TMX_RETURN_IF_ERROR(TMXGetMetadata(f, kUserAliasKey, work.get(), needed));
-  return ConvertText({work.get(), needed}, kTextUtf8, f->unicodeFormat, buffer, *size);
+  return ConvertText({work.get(), needed}, kTextUtf8, f->reader.unicodeFormat, buffer, *size);
 }
 
 }  // extern "C"

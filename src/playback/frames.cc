@@ -24,16 +24,16 @@ TMX_API std::int32_t TMXGetNextFrameInfo(TMXFile* f, TMXFrameInfo* info) noexcep
   // The end test counts audio frames, so side samples stored after the last
   // audio frame are never reported.
   for (;;) {
-    if (f->currentFrame >= f->frameCount) return TMX_ERR_END;
-    if (Wanted(f, f->currentFrameInfo.type)) break;
-    TMX_RETURN_IF_ERROR(f->formatHandler->AdvanceFrame(f));
+    if (f->reader.currentFrame >= f->frameCount) return TMX_ERR_END;
+    if (Wanted(f, f->reader.currentFrameInfo.type)) break;
+    TMX_RETURN_IF_ERROR(f->formatHandler->AdvanceFrame(&f->reader));
   }
-  const TMXFrameInfo& current = f->currentFrameInfo;
+  const TMXFrameInfo& current = f->reader.currentFrameInfo;
   *info = current;
   // Pictures, and samples whose size is not known yet, are described from
   // their track's tables.
   if (current.type == tmx::FourCC("jpeg") || current.size == 0)
-    f->formatHandler->GetSampleInfo(f, current.type, current.index, info);
+    f->formatHandler->GetSampleInfo(&f->reader, current.type, current.index, info);
   return TMX_OK;
 }
 
@@ -43,24 +43,24 @@ TMX_API std::int32_t TMXGetEncodedAudio(TMXFile* f, std::uint8_t* buffer, std::i
   if (!buffer || !count) return TMX_ERR_ARGUMENT;
   tmx::EnsurePositionLoaded(f);
   const std::uint32_t capacity = size > 0 ? std::uint32_t(size) : 0;
-  const std::int32_t rc = f->formatHandler->ReadEncodedFrame(f, buffer, capacity, count);
+  const std::int32_t rc = f->formatHandler->ReadEncodedFrame(&f->reader, buffer, capacity, count);
   if (rc != TMX_ERR_END) {
     tmx::SavePosition(f, std::uint32_t(tmx::SaveReason::kPeriodic));
     return rc;
   }
   // At the end the reader goes back to the start, and the saved position
   // marks the book finished.
-  f->formatHandler->SeekToFrame(f, 0);
+  f->formatHandler->SeekToFrame(&f->reader, 0);
   tmx::SavePosition(f, std::uint32_t(tmx::SaveReason::kEnd));
   return TMX_ERR_END;
 }
 
 TMX_API std::int32_t TMXSkipNextFrame(TMXFile* f) noexcept {
   if (!f) return TMX_ERR_HANDLE;
-  if (f->currentFrameInfo.type == 0) return TMX_ERR_NOT_FOUND;
+  if (f->reader.currentFrameInfo.type == 0) return TMX_ERR_NOT_FOUND;
   tmx::EnsurePositionLoaded(f);
-  if (f->currentFrame >= f->frameCount) return TMX_ERR_END;
-  return f->formatHandler->AdvanceFrame(f);
+  if (f->reader.currentFrame >= f->frameCount) return TMX_ERR_END;
+  return f->formatHandler->AdvanceFrame(&f->reader);
 }
 
 }  // extern "C"

@@ -51,8 +51,8 @@ std::int32_t SavePosition(TMXFile* f, std::uint32_t reason) noexcept {
     --f->framesUntilSave;
     return TMX_OK;
   }
-  const std::uint32_t position = FramesToMs(f->currentFrame, f->sampleRate, f->samplesPerFrame);
-  std::uint32_t finished = f->currentFrame >= f->frameCount - 1 ? 1 : 0;
+  const std::uint32_t position = FramesToMs(f->reader.currentFrame, f->sampleRate, f->samplesPerFrame);
+  std::uint32_t finished = f->reader.currentFrame >= f->frameCount - 1 ? 1 : 0;
   const std::uint32_t checksum = PositionChecksum(position, finished);
   // At the end of the audio the flag is set after the checksum, so that the
   // record only survives loading when the position is the last frame anyway:
@@ -75,15 +75,15 @@ std::int32_t LoadPosition(TMXFile* f) noexcept {
     valid = ReadRecord(f->positionStream, &record) == 0;
   const FormatHandler* handler = f->formatHandler;
   if (valid && record.finished != 0) {
-    f->currentFrame = f->frameCount - 1;
-    return handler->SeekToFrame(f, f->frameCount - 1);
+    f->reader.currentFrame = f->frameCount - 1;
+    return handler->SeekToFrame(&f->reader, f->frameCount - 1);
   }
   const std::uint32_t target = valid ? record.position : 0;
   if (f->samplesPerFrame == 0) return TMX_ERR_INCONSISTENT;
   const std::uint32_t frame = TimeToFrame(target, f->sampleRate, f->samplesPerFrame);
   if (frame >= f->frameCount) return TMX_ERR_SEEK_RANGE;
-  if (handler->SeekToFrame(f, frame) != 0) return TMX_ERR_SEEK_RANGE;
-  f->decoderResetPending = 1;
+  if (handler->SeekToFrame(&f->reader, frame) != 0) return TMX_ERR_SEEK_RANGE;
+  f->reader.decoderResetPending = 1;
   return TMX_OK;
 }
 

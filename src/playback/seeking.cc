@@ -18,8 +18,8 @@ TMX_API std::int32_t TMXSeek(TMXFile* f, std::uint32_t ms) noexcept {
   if (f->samplesPerFrame == 0) return TMX_ERR_INCONSISTENT;
   const std::uint32_t frame = tmx::TimeToFrame(ms, f->sampleRate, f->samplesPerFrame);
   if (frame >= f->frameCount) return TMX_ERR_SEEK_RANGE;
-  if (f->formatHandler->SeekToFrame(f, frame) != 0) return TMX_ERR_SEEK_RANGE;
-  f->decoderResetPending = 1;
+  if (f->formatHandler->SeekToFrame(&f->reader, frame) != 0) return TMX_ERR_SEEK_RANGE;
+  f->reader.decoderResetPending = 1;
   tmx::SavePosition(f, std::uint32_t(tmx::SaveReason::kSeek));
   return TMX_OK;
 }
@@ -28,10 +28,10 @@ TMX_API std::int32_t TMXSeekToChapter(TMXFile* f, std::uint32_t chapter) noexcep
   if (!f) return TMX_ERR_HANDLE;
   if (chapter >= f->chapterCount) return TMX_ERR_INDEX;
   const std::uint32_t frame = f->chapterStartFrames[chapter];
-  if (f->formatHandler->SeekToFrame(f, frame) != 0) return TMX_ERR_SEEK_RANGE;
-  f->currentFrame = frame;
+  if (f->formatHandler->SeekToFrame(&f->reader, frame) != 0) return TMX_ERR_SEEK_RANGE;
+  f->reader.currentFrame = frame;
   tmx::SavePosition(f, std::uint32_t(tmx::SaveReason::kSeek));
-  f->decoderResetPending = 1;
+  f->reader.decoderResetPending = 1;
   return TMX_OK;
 }
 
@@ -52,7 +52,7 @@ TMX_API std::int32_t TMXGetPlaybackPosition(TMXFile* f, std::uint32_t* ms) noexc
     f->positionLoaded = 1;
     if (rc != 0) return rc;
   }
-  *ms = Ms(f, f->currentFrame);
+  *ms = Ms(f, f->reader.currentFrame);
   return TMX_OK;
 }
 

@@ -20,13 +20,13 @@ constexpr std::uint32_t kPicture = FourCC("jpeg");
 // A record equal to the one the reader stands on was just reported by
 // TMXGetNextFrameInfo: reading it steps the reader past it.
 void AdvanceIfCurrent(TMXFile* f, const TMXFrameInfo* record) noexcept {
-  if (std::memcmp(record, &f->currentFrameInfo, sizeof(TMXFrameInfo)) == 0)
-    f->formatHandler->AdvanceFrame(f);
+  if (std::memcmp(record, &f->reader.currentFrameInfo, sizeof(TMXFrameInfo)) == 0)
+    f->formatHandler->AdvanceFrame(&f->reader);
 }
 
 std::int32_t Describe(TMXFile* f, std::uint32_t type, std::uint32_t index,
                       TMXFrameInfo* info) noexcept {
-  return f->formatHandler->GetSampleInfo(f, type, index, info);
+  return f->formatHandler->GetSampleInfo(&f->reader, type, index, info);
 }
 
 std::int32_t StartTime(TMXFile* f, std::uint32_t type, std::uint32_t index,
@@ -56,7 +56,7 @@ std::int32_t DeliverTitle(TMXFile* f, const TMXFrameInfo& record, std::uint8_t* 
   const std::int32_t rc = tmx::ReadUpToAt(s, record.offset, {work.get(), want}, &got);
   s->ops->Seek(s, saved);
   TMX_RETURN_IF_ERROR(rc);
-  return tmx::ConvertText({work.get(), std::size_t(got) + 2}, tmx::kTextUtf8, f->unicodeFormat,
+  return tmx::ConvertText({work.get(), std::size_t(got) + 2}, tmx::kTextUtf8, f->reader.unicodeFormat,
                           out, capacity);
 }
 
@@ -161,7 +161,7 @@ TMX_API std::int32_t TMXGetLink(TMXFile* f, const TMXFrameInfo* record, std::uin
   // The caption follows, converted; it is not terminated in the sample, and
   // the conversion stops at the zero high byte of the "href" box size.
   const std::uint32_t used = parts.addressLength + 1;
-  tmx::ConvertText({sample.get() + 2, record->size - 2}, tmx::kTextUtf8, f->unicodeFormat,
+  tmx::ConvertText({sample.get() + 2, record->size - 2}, tmx::kTextUtf8, f->reader.unicodeFormat,
                    buffer + used, size - used);
   AdvanceIfCurrent(f, record);
   return TMX_OK;

@@ -26,13 +26,13 @@ struct FakeHandler {
   static inline int opens = 0;
   static inline int closes = 0;
   static inline std::int32_t openResult = 0;
-  static std::int32_t Open(TMXFile* f, TMXStream*) noexcept {
+  static std::int32_t Open(Container* f, TMXStream*) noexcept {
     ++opens;
-    f->sampleRate = 22050;
-    f->duration = 1234;
+    f->info.sampleRate = 22050;
+    f->info.duration = 1234;
     return openResult;
   }
-  static std::int32_t Close(TMXFile*) noexcept {
+  static std::int32_t Close(Container*) noexcept {
     ++closes;
     return 0;
   }
@@ -151,7 +151,7 @@ TEST_F(OpenTest, SuccessfulOpenSetsDefaultsAndCloseReleasesEverything) {
   EXPECT_EQ(v, 0u);
   EXPECT_EQ(file->bookmarkBufferSize, 1024u);
   EXPECT_EQ(file->chapterTextEnabled | file->chapterLinksEnabled | file->chapterImagesEnabled |
-                file->adtsHeadersEnabled,
+                file->reader.adtsHeadersEnabled,
             0u);
   EXPECT_EQ(TMXGetSampleRate(file, &v), TMX_OK);
   EXPECT_EQ(v, 22050u);
@@ -183,13 +183,14 @@ TEST_F(OpenTest, OnlyTmxBrandGetsADecoder) {
 // Opening, metadata and side-sample lookups through the null handler are
 // tested through the exports.
 TEST_F(OpenTest, NullTablesAnswerTheirCodes) {
-  TMXFile f{};
+  Container f{};
   const FormatHandler& h = kNullHandler;
   EXPECT_EQ(h.CloseContainer(&f), TMX_ERR_UNSUPPORTED);
   EXPECT_EQ(h.SeekToFrame(&f, 0), TMX_ERR_UNSUPPORTED);
   EXPECT_EQ(h.AdvanceFrame(&f), TMX_ERR_UNSUPPORTED);
   EXPECT_EQ(h.ReadEncodedFrame(&f, nullptr, 0, nullptr), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.DecodeFrame(&f, nullptr, 0, nullptr, 0, nullptr), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(h.DecodeFrame(&f, nullptr, nullptr, nullptr, 0, nullptr, 0, nullptr),
+            TMX_ERR_UNSUPPORTED);
   const Codec& c = kNullCodec;
   void* instance = nullptr;
   EXPECT_EQ(c.CreateDecoder(&instance, nullptr, 0, &c), TMX_ERR_NO_DECODER);

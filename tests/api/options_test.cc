@@ -18,7 +18,6 @@ const GetterCase kGetters[] = {
     {TMXGetAvgBitrate, &TMXFile::avgBitrate},     {TMXGetMaxBitrate, &TMXFile::maxBitrate},
     {TMXGetDuration, &TMXFile::duration},         {TMXGetAudioChannelCount, &TMXFile::channelCount},
     {TMXGetChapterCount, &TMXFile::chapterCount}, {TMXGetImageCount, &TMXFile::imageCount},
-    {TMXGetImageQuality, &TMXFile::imageQuality}, {TMXGetUnicodeFormat, &TMXFile::unicodeFormat},
 };
 
 TEST(Getters, CheckTheFileFirstThenThePointer) {
@@ -47,9 +46,12 @@ TEST(Switches, SetAndClearTheirFlags) {
       {TMXEnableChapterText, TMXDisableChapterText, &TMXFile::chapterTextEnabled},
       {TMXEnableChapterLinks, TMXDisableChapterLinks, &TMXFile::chapterLinksEnabled},
       {TMXEnableChapterImages, TMXDisableChapterImages, &TMXFile::chapterImagesEnabled},
-      {TMXEnableADTSHeaders, TMXDisableADTSHeaders, &TMXFile::adtsHeadersEnabled},
   };
   TMXFile file{};
+  EXPECT_EQ(TMXEnableADTSHeaders(&file), TMX_OK);
+  EXPECT_EQ(file.reader.adtsHeadersEnabled, 1u);
+  EXPECT_EQ(TMXDisableADTSHeaders(&file), TMX_OK);
+  EXPECT_EQ(file.reader.adtsHeadersEnabled, 0u);
   for (const auto& c : cases) {
     EXPECT_EQ(c.on(nullptr), TMX_ERR_HANDLE);
     EXPECT_EQ(c.off(nullptr), TMX_ERR_HANDLE);

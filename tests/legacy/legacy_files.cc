@@ -43,14 +43,13 @@ std::uint32_t Get32(const ByteVec& b, std::size_t at) {
 
 std::int32_t OpenDirectly(const ByteVec& bytes, std::uint32_t fileType) {
   ::tmx::test::MemoryStream stream(bytes);
-  TMXFile file{};
+  Container file{};
   file.stream = stream.stream();
   file.fileType = fileType;
-  file.codec = &kNullCodec;
   const std::int32_t rc = kHandler.OpenContainer(&file, stream.stream());
   if (rc == TMX_OK) kHandler.CloseContainer(&file);
-  EXPECT_EQ(file.containerState, nullptr);
-  EXPECT_EQ(file.chapterStartFrames, nullptr);
+  EXPECT_EQ(file.state, nullptr);
+  EXPECT_EQ(file.info.chapterStartFrames, nullptr);
   return rc;
 }
 

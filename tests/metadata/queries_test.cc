@@ -265,7 +265,7 @@ TEST(MetadataQueries, TheLocaleChoosesTheVariant) {
     } else {
       EXPECT_EQ(needed, c.text.empty() ? 0 : std::int64_t(c.text.size() + 2));
       std::uint32_t locale = c.wanted, kind = 9, offset = 0, size = 9;
-      ASSERT_EQ(p.handler().GetMetadataItem(p.file(), 0xFFFFFFFF, FourCC("@tit"), &locale, &kind,
+      ASSERT_EQ(p.handler().GetMetadataItem(&p.file()->reader, 0xFFFFFFFF, FourCC("@tit"), &locale, &kind,
                                             &offset, &size),
                 TMX_OK);
       EXPECT_EQ(locale, c.chosenLocale);

@@ -100,8 +100,8 @@ TEST(Playback, ChaptersAndTheCurrentChapter) {
     EXPECT_EQ(v, chapter) << ms;
   }
   ASSERT_EQ(TMXSeekToChapter(p.file(), 2), TMX_OK);
-  EXPECT_EQ(p.file()->currentFrame, 3750u);
-  EXPECT_EQ(p.file()->decoderResetPending, 1u);
+  EXPECT_EQ(p.file()->reader.currentFrame, 3750u);
+  EXPECT_EQ(p.file()->reader.decoderResetPending, 1u);
   EXPECT_EQ(TMXSeekToChapter(p.file(), 3), TMX_ERR_INDEX);
 }
 
@@ -122,7 +122,7 @@ TEST(Playback, SeekBoundaries) {
   // Frame 95 begins at 3040 ms; the last chunk (frames 96-99) is reached
   // only by reading on, and 100 frames end at 3200 ms.
   EXPECT_EQ(TMXSeek(p.file(), 3040), TMX_OK);
-  EXPECT_EQ(p.file()->currentFrame, 95u);
+  EXPECT_EQ(p.file()->reader.currentFrame, 95u);
   EXPECT_EQ(TMXSeek(p.file(), 3200), TMX_ERR_SEEK_RANGE);
   EXPECT_EQ(TMXSeek(p.file(), 0xFFFFFFFF), TMX_ERR_SEEK_RANGE);
   EXPECT_EQ(TMXSeek(p.file(), 0), TMX_OK);
@@ -237,7 +237,7 @@ TEST(PositionFile, SavesOnSeekAndCloseAndRestoresAtOpen) {
   std::uint32_t ms = 0;
   ASSERT_EQ(TMXGetPlaybackPosition(q.file(), &ms), TMX_OK);
   EXPECT_EQ(ms, 96000u);
-  EXPECT_EQ(q.file()->decoderResetPending, 1u);
+  EXPECT_EQ(q.file()->reader.decoderResetPending, 1u);
 }
 
 TEST(PositionFile, BadRecordsStartAtTheBeginning) {
@@ -271,7 +271,7 @@ TEST(PositionFile, FinishedRecordsPlaceTheReaderOnTheLastFrame) {
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXFrameInfo info;
   TMXGetNextFrameInfo(p.file(), &info);
-  EXPECT_GE(p.file()->currentFrame, 3999u);
+  EXPECT_GE(p.file()->reader.currentFrame, 3999u);
 }
 
 TEST(PositionFile, MissingFileIsCreatedOnTheFirstSave) {
@@ -315,7 +315,7 @@ TEST(PositionFile, PeriodicSavesFollowTheCountdown) {
     if (i == 1300) {
       ASSERT_EQ(TMXSeek(p.file(), FramesToMs(1300, 22050, 1024) + 1),
                 TMX_OK);  // restarts the count
-      ASSERT_EQ(p.file()->currentFrame, 1300u);
+      ASSERT_EQ(p.file()->reader.currentFrame, 1300u);
       writes = position.writes();
     }
   }

@@ -52,47 +52,45 @@ std::uint32_t CodecIdForFileType(std::uint32_t fileType) noexcept {
   }
 }
 
-void Release(TMXFile* f) noexcept {
-  if (f->codecInstance && f->codec) f->codec->DestroyDecoder(&f->codecInstance);
-  Free(f->chapterStartFrames);
-  f->chapterStartFrames = nullptr;
-  f->chapterCount = 0;
-  if (f->containerState) {
+void Release(Container* f) noexcept {
+  Free(f->info.chapterStartFrames);
+  f->info.chapterStartFrames = nullptr;
+  f->info.chapterCount = 0;
+  if (f->state) {
     Free(State(f).segments);
-    Free(f->containerState);
-    f->containerState = nullptr;
+    Free(f->state);
+    f->state = nullptr;
   }
 }
 
 // Fills the file's audio properties from the codec's parameters and the
 // audio size.
-std::int32_t ApplyCodec(TMXFile* f) noexcept {
+std::int32_t ApplyCodec(Container* f) noexcept {
   LegacyState& st = State(f);
   const CodecParameters& c = ParametersFor(st.codecId);
   if (c.samplesPerFrame == 0) return TMX_ERR_INCONSISTENT;
   st.bytesPerFrame = c.bytesPerFrame;
-  f->audioTrackType = c.sampleType;
-  f->avgBitrate = c.bitrate;
-  f->maxBitrate = c.bitrate;
-  f->sampleRate = c.sampleRate;
-  f->samplesPerFrame = c.samplesPerFrame;
-  f->channelCount = 1;
-  f->frameCount = st.audioSize / c.bytesPerFrame;
+  f->info.audioTrackType = c.sampleType;
+  f->info.avgBitrate = c.bitrate;
+  f->info.maxBitrate = c.bitrate;
+  f->info.sampleRate = c.sampleRate;
+  f->info.samplesPerFrame = c.samplesPerFrame;
+  f->info.channelCount = 1;
+  f->info.frameCount = st.audioSize / c.bytesPerFrame;
   // Whole tenths of a second, rounded down on purpose.
   const std::uint32_t tenthRate = c.sampleRate / 10;
-  f->duration =
+  f->info.duration =
       tenthRate == 0
           ? 0
-          : std::uint32_t(std::uint64_t(f->frameCount) * c.samplesPerFrame / tenthRate * 100);
+          : std::uint32_t(std::uint64_t(f->info.frameCount) * c.samplesPerFrame / tenthRate * 100);
   // About thirty seconds of frames between two saves of the position.
-  f->positionSaveInterval =
+  f->info.positionSaveInterval =
       std::int32_t(std::uint64_t(c.bitrate) * kSaveSeconds / (std::uint64_t(c.bytesPerFrame) * 8));
-  f->framesUntilSave = f->positionSaveInterval;
-  for (std::uint32_t i = 0; i < f->chapterCount; ++i) f->chapterStartFrames[i] /= c.bytesPerFrame;
+  for (std::uint32_t i = 0; i < f->info.chapterCount; ++i) f->info.chapterStartFrames[i] /= c.bytesPerFrame;
   return TMX_OK;
 }
 
-std::int32_t Parse(TMXFile* f, TMXStream* s) noexcept {
+std::int32_t Parse(Container* f, TMXStream* s) noexcept {
   LegacyState& st = State(f);
   TMX_RETURN_IF_ERROR(ReadTableOfContents(f, s));
   TMX_RETURN_IF_ERROR(ReadHeaderRecord(f));
@@ -109,23 +107,23 @@ std::int32_t Parse(TMXFile* f, TMXStream* s) noexcept {
   return SeekToFrame(f, 0);
 }
 
-std::int32_t OpenContainer(TMXFile* f, TMXStream* s) noexcept {
+std::int32_t OpenContainer(Container* f, TMXStream* s) noexcept {
   auto* state = AllocObject<LegacyState>();
   if (!state) return TMX_ERR_MEMORY;
-  f->containerState = state;
+  f->state = state;
   f->stream = s;
   const std::int32_t rc = Parse(f, s);
   if (rc != 0) Release(f);
   return rc;
 }
 
-std::int32_t CloseContainer(TMXFile* f) noexcept {
+std::int32_t CloseContainer(Container* f) noexcept {
   Release(f);
   return TMX_OK;
 }
 
 // The container has a single locale, 0.
-std::int32_t GetMetadataLocaleList(TMXFile* f, std::uint32_t* locales,
+std::int32_t GetMetadataLocaleList(Container* f, std::uint32_t* locales,
                                    std::uint32_t* count) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!locales || !count) return TMX_ERR_ARGUMENT;
@@ -139,7 +137,7 @@ std::int32_t GetMetadataLocaleList(TMXFile* f, std::uint32_t* locales,
 
 // Only file-level metadata exists: the dictionary, and the cover picture
 // in a record of its own.
-std::int32_t GetMetadataItem(TMXFile* f, std::uint32_t chapter, std::uint32_t key,
+std::int32_t GetMetadataItem(Container* f, std::uint32_t chapter, std::uint32_t key,
                              std::uint32_t* locale, std::uint32_t* kind, std::uint32_t* offset,
                              std::uint32_t* size) noexcept {
   *size = 0;
@@ -158,15 +156,12 @@ std::int32_t GetMetadataItem(TMXFile* f, std::uint32_t chapter, std::uint32_t ke
 // Decodes the input block by block, each block one frame of the container.
 // A block is decoded only where the room left takes its whole PCM output,
 // so the decoder never writes past the caller's buffer.
-std::int32_t DecodeFrame(TMXFile* f, const std::uint8_t* data, std::uint32_t length,
-                         std::int16_t* pcm, std::uint32_t capacity,
+std::int32_t DecodeFrame(Container* f, const Codec* codec, void* instance, const std::uint8_t* data,
+                         std::uint32_t length, std::int16_t* pcm, std::uint32_t capacity,
                          std::uint32_t* pcmLength) noexcept {
-  const Codec* codec = f->codec;
   *pcmLength = capacity;
-  if (!f->codecInstance)
-    TMX_RETURN_IF_ERROR(codec->CreateDecoder(&f->codecInstance, nullptr, 0, codec));
   const std::uint32_t block = State(f).bytesPerFrame;
-  const std::uint64_t blockPcm = std::uint64_t(f->samplesPerFrame) * 2;  // mono, 16-bit
+  const std::uint64_t blockPcm = std::uint64_t(f->info.samplesPerFrame) * 2;  // mono, 16-bit
   if (length >= block && capacity < blockPcm) {
     *pcmLength = 0;
     return TMX_ERR_BUFFER;
@@ -177,7 +172,7 @@ std::int32_t DecodeFrame(TMXFile* f, const std::uint8_t* data, std::uint32_t len
     const std::uint32_t room = capacity - produced;
     if (room < previous || room < blockPcm) break;
     std::uint32_t got = 0;
-    rc = codec->DecodeFrame(f->codecInstance, data + used, block, pcm + produced / 2, room, &got);
+    rc = codec->DecodeFrame(instance, data + used, block, pcm + produced / 2, room, &got);
     // Whole samples, never more than the room offered.
     got = std::min(got, room) & ~1u;
     produced += got;
@@ -190,11 +185,11 @@ std::int32_t DecodeFrame(TMXFile* f, const std::uint8_t* data, std::uint32_t len
 // There are no side tracks: a chapter is described by its index and start
 // time alone (the index converted as if it were a frame index), every other
 // track type by an empty record.
-std::int32_t GetSampleInfo(TMXFile* f, std::uint32_t trackType, std::uint32_t index,
+std::int32_t GetSampleInfo(Container* f, std::uint32_t trackType, std::uint32_t index,
                            TMXFrameInfo* info) noexcept {
   *info = {};
   if (trackType == FourCC("text")) {
-    *info = {trackType,   FramesToMs(index, f->sampleRate, f->samplesPerFrame), index, 0, 0,
+    *info = {trackType,   FramesToMs(index, f->info.sampleRate, f->info.samplesPerFrame), index, 0, 0,
              kSampleFlags};
   }
   return TMX_OK;

@@ -1,10 +1,10 @@
 // What the reader of the older single-file container keeps about an open
-// programme, beside the fields of the TMXFile itself.
+// programme, beside the fields of the container record itself.
 #pragma once
 
 #include <cstdint>
 
-#include "api/file.h"
+#include "container/container.h"
 
 namespace tmx::legacy {
 
@@ -63,15 +63,15 @@ struct LegacyState {
   std::uint64_t loadedBytes;    // data bytes of the segments loaded
   std::uint32_t chainComplete;  // bool: the segments loaded hold all audio
 
-  ReaderPos pos;  // of TMXFile::currentFrame
+  ReaderPos pos;  // of Container::currentFrame
   // The current segment seen as a chunk of the audio track: its first
   // frame and its frame count.
   std::uint32_t chunkFirstFrame;
   std::uint32_t chunkFrameCount;
 };
 
-inline LegacyState& State(TMXFile* file) noexcept {
-  return *static_cast<LegacyState*>(file->containerState);
+inline LegacyState& State(Container* file) noexcept {
+  return *static_cast<LegacyState*>(file->state);
 }
 
 }  // namespace tmx::legacy

@@ -44,7 +44,7 @@ std::int32_t CheckInside(const LegacyState& st, const Record& r) noexcept {
 }
 
 // Looks a record up and checks that it lies inside the file.
-std::int32_t Inside(TMXFile* f, std::uint32_t type, Record* r) noexcept {
+std::int32_t Inside(Container* f, std::uint32_t type, Record* r) noexcept {
   TMX_RETURN_IF_ERROR(LookUpRecord(f, type, r));
   return CheckInside(State(f), *r);
 }
@@ -58,7 +58,7 @@ void KeepEntry(LegacyState& st, const std::uint8_t* entry) noexcept {
 
 }  // namespace
 
-std::int32_t ReadTableOfContents(TMXFile* f, TMXStream* s) noexcept {
+std::int32_t ReadTableOfContents(Container* f, TMXStream* s) noexcept {
   LegacyState& st = State(f);
   std::uint8_t head[kHeaderRead] = {};
   std::int32_t got = 0;
@@ -88,13 +88,13 @@ std::int32_t ReadTableOfContents(TMXFile* f, TMXStream* s) noexcept {
   return TMX_OK;
 }
 
-std::int32_t LookUpRecord(TMXFile* f, std::uint32_t type, Record* record) noexcept {
+std::int32_t LookUpRecord(Container* f, std::uint32_t type, Record* record) noexcept {
   if (type >= kRecordTypes || !State(f).records[type].present) return TMX_ERR_END;
   *record = State(f).records[type];
   return f->stream->ops->Seek(f->stream, record->offset);
 }
 
-std::int32_t ReadHeaderRecord(TMXFile* f) noexcept {
+std::int32_t ReadHeaderRecord(Container* f) noexcept {
   Record r{};
   TMX_RETURN_IF_ERROR(LookUpRecord(f, kRecordHeader, &r));
   if (r.size != kHeaderRecordSize) return TMX_ERR_INCONSISTENT;
@@ -105,13 +105,13 @@ std::int32_t ReadHeaderRecord(TMXFile* f) noexcept {
   if (version > 1) return TMX_ERR_UNSUPPORTED;
   if (LoadBE16(b + 2) != 0 || LoadBE32(b + 4) != kMagic) return TMX_ERR_INCONSISTENT;
   // The record's seven fields are what TMXGetOriginalTitle reports.
-  f->originalTitle[0] = version;
-  f->originalTitle[1] = 0;
-  for (int i = 0; i < 5; ++i) f->originalTitle[i + 2] = LoadBE32(b + 4 + 4 * i);
+  f->info.originalTitle[0] = version;
+  f->info.originalTitle[1] = 0;
+  for (int i = 0; i < 5; ++i) f->info.originalTitle[i + 2] = LoadBE32(b + 4 + 4 * i);
   return TMX_OK;
 }
 
-std::int32_t ReadAudioRecord(TMXFile* f) noexcept {
+std::int32_t ReadAudioRecord(Container* f) noexcept {
   Record r{};
   TMX_RETURN_IF_ERROR(Inside(f, kRecordAudio, &r));
   if (r.size < kAudioRecordSize) return TMX_ERR_INCONSISTENT;
@@ -121,7 +121,7 @@ std::int32_t ReadAudioRecord(TMXFile* f) noexcept {
   return TMX_OK;
 }
 
-std::int32_t ReadChapterList(TMXFile* f) noexcept {
+std::int32_t ReadChapterList(Container* f) noexcept {
   TMXStream* s = f->stream;
   LegacyState& st = State(f);
   Record r{};
@@ -133,9 +133,9 @@ std::int32_t ReadChapterList(TMXFile* f) noexcept {
   if (4 + std::uint64_t(kChapterFixed) * n > r.size) return TMX_ERR_INCONSISTENT;
   if (n == 0) return TMX_OK;
 
-  f->chapterStartFrames = AllocArray<std::uint32_t>(n);
-  if (!f->chapterStartFrames) return TMX_ERR_MEMORY;
-  f->chapterCount = n;
+  f->info.chapterStartFrames = AllocArray<std::uint32_t>(n);
+  if (!f->info.chapterStartFrames) return TMX_ERR_MEMORY;
+  f->info.chapterCount = n;
   const std::uint64_t end = std::uint64_t(r.offset) + r.size;
   std::uint64_t pos = r.offset + 4ull;
   std::uint64_t start = 0;
@@ -146,7 +146,7 @@ std::int32_t ReadChapterList(TMXFile* f) noexcept {
     if (i == 0) st.codecId = LoadBE16(b + kChapterCodecAt);
     // Starts in bytes for now; the handler turns them into frames once the
     // frame size is known.
-    f->chapterStartFrames[i] = std::uint32_t(std::min<std::uint64_t>(start, UINT32_MAX));
+    f->info.chapterStartFrames[i] = std::uint32_t(std::min<std::uint64_t>(start, UINT32_MAX));
     start += LoadBE32(b + kChapterLengthAt);
     pos += kChapterFixed + std::uint64_t(kChapterPairSize) * LoadBE32(b + kChapterPairsAt);
     if (pos > end) return TMX_ERR_INCONSISTENT;
@@ -154,7 +154,7 @@ std::int32_t ReadChapterList(TMXFile* f) noexcept {
   return TMX_OK;
 }
 
-std::int32_t FindDictionaryValue(TMXFile* f, std::string_view name, std::uint32_t* offset,
+std::int32_t FindDictionaryValue(Container* f, std::string_view name, std::uint32_t* offset,
                                  std::uint32_t* size) noexcept {
   TMXStream* s = f->stream;
   Record r{};
@@ -192,7 +192,7 @@ std::int32_t FindDictionaryValue(TMXFile* f, std::string_view name, std::uint32_
   return TMX_OK;
 }
 
-std::int32_t FindCover(TMXFile* f, std::uint32_t* offset, std::uint32_t* size) noexcept {
+std::int32_t FindCover(Container* f, std::uint32_t* offset, std::uint32_t* size) noexcept {
   Record r{};
   TMX_RETURN_IF_ERROR(Inside(f, kRecordCover, &r));
   if (r.size < kCoverFixed) return TMX_ERR_INCONSISTENT;

@@ -14,8 +14,8 @@ constexpr std::uint32_t kSegmentHeader = 8;
 constexpr std::uint32_t kFirstCapacity = 8;
 
 // Bytes of whole frames: the reader never goes past the last whole frame.
-std::uint64_t AudioEnd(const TMXFile* f, const LegacyState& st) noexcept {
-  return std::uint64_t(f->frameCount) * st.bytesPerFrame;
+std::uint64_t AudioEnd(const Container* f, const LegacyState& st) noexcept {
+  return std::uint64_t(f->info.frameCount) * st.bytesPerFrame;
 }
 
 // Room for one more segment. The table never holds more entries than
@@ -37,7 +37,7 @@ std::int32_t MakeRoom(LegacyState& st) noexcept {
 
 // Makes segment `index` available; -24 when the segments loaded already
 // hold the whole audio and there is none such.
-std::int32_t EnsureSegment(TMXFile* f, std::uint32_t index) noexcept {
+std::int32_t EnsureSegment(Container* f, std::uint32_t index) noexcept {
   LegacyState& st = State(f);
   while (st.segmentCount <= index) {
     if (st.chainComplete) return TMX_ERR_END;
@@ -48,7 +48,7 @@ std::int32_t EnsureSegment(TMXFile* f, std::uint32_t index) noexcept {
 
 // Moves a position that stands at the end of its segment's data to the
 // start of the next segment, as long as audio follows.
-std::int32_t SkipSegmentEnds(TMXFile* f, ReaderPos* p) noexcept {
+std::int32_t SkipSegmentEnds(Container* f, ReaderPos* p) noexcept {
   LegacyState& st = State(f);
   while (p->inner == st.segments[p->index].size && p->start + p->inner < AudioEnd(f, st)) {
     TMX_RETURN_IF_ERROR(EnsureSegment(f, p->index + 1));
@@ -61,7 +61,7 @@ std::int32_t SkipSegmentEnds(TMXFile* f, ReaderPos* p) noexcept {
 
 // The position of audio byte `target` (not beyond the audio's end). The
 // walk starts at the reader's segment when the target lies ahead of it.
-std::int32_t Locate(TMXFile* f, std::uint64_t target, ReaderPos* out) noexcept {
+std::int32_t Locate(Container* f, std::uint64_t target, ReaderPos* out) noexcept {
   LegacyState& st = State(f);
   ReaderPos p = target >= st.pos.start ? ReaderPos{st.pos.index, 0, st.pos.start} : ReaderPos{};
   while (target - p.start > st.segments[p.index].size) {
@@ -76,11 +76,11 @@ std::int32_t Locate(TMXFile* f, std::uint64_t target, ReaderPos* out) noexcept {
 }
 
 // Describes the frame at the reader's position.
-void DescribeCurrent(TMXFile* f) noexcept {
+void DescribeCurrent(Container* f) noexcept {
   LegacyState& st = State(f);
   const Segment& seg = st.segments[st.pos.index];
-  f->currentFrameInfo = {f->audioTrackType,
-                         FramesToMs(f->currentFrame, f->sampleRate, f->samplesPerFrame),
+  f->currentFrameInfo = {f->info.audioTrackType,
+                         FramesToMs(f->currentFrame, f->info.sampleRate, f->info.samplesPerFrame),
                          f->currentFrame,
                          st.bytesPerFrame,
                          seg.dataPos + st.pos.inner,
@@ -92,7 +92,7 @@ void DescribeCurrent(TMXFile* f) noexcept {
 
 }  // namespace
 
-std::int32_t LoadNextSegment(TMXFile* f) noexcept {
+std::int32_t LoadNextSegment(Container* f) noexcept {
   LegacyState& st = State(f);
   std::uint64_t headerPos = 0;
   if (st.segmentCount == 0) {
@@ -119,16 +119,16 @@ std::int32_t LoadNextSegment(TMXFile* f) noexcept {
   return TMX_OK;
 }
 
-std::int32_t SeekToFrame(TMXFile* f, std::uint32_t frame) noexcept {
+std::int32_t SeekToFrame(Container* f, std::uint32_t frame) noexcept {
   LegacyState& st = State(f);
-  if (f->sampleRate == 0) return TMX_ERR_INCONSISTENT;
+  if (f->info.sampleRate == 0) return TMX_ERR_INCONSISTENT;
   if (st.segmentCount == 0) return TMX_ERR_SEEK_RANGE;
   // The frame's byte offset in the audio picks the segment; inside it the
   // reader stands on a whole frame counted from the segment's start, so
   // where a segment is not a whole number of frames a seek lands on the
   // frame boundary at or before that byte. A frame past the end stands at
   // the audio's end.
-  const std::uint32_t target = std::min(frame, f->frameCount);
+  const std::uint32_t target = std::min(frame, f->info.frameCount);
   ReaderPos p{};
   TMX_RETURN_IF_ERROR(Locate(f, std::uint64_t(target) * st.bytesPerFrame, &p));
   p.inner -= p.inner % st.bytesPerFrame;
@@ -139,18 +139,18 @@ std::int32_t SeekToFrame(TMXFile* f, std::uint32_t frame) noexcept {
   return f->stream->ops->Seek(f->stream, f->currentFrameInfo.offset);
 }
 
-std::int32_t AdvanceFrame(TMXFile* f) noexcept {
-  if (std::uint64_t(f->currentFrame) + 1 >= f->frameCount) return TMX_ERR_END;
+std::int32_t AdvanceFrame(Container* f) noexcept {
+  if (std::uint64_t(f->currentFrame) + 1 >= f->info.frameCount) return TMX_ERR_END;
   return SeekToFrame(f, f->currentFrame + 1);
 }
 
-std::int32_t ReadEncodedFrame(TMXFile* f, std::uint8_t* buffer, std::uint32_t size,
+std::int32_t ReadEncodedFrame(Container* f, std::uint8_t* buffer, std::uint32_t size,
                               std::uint32_t* length) noexcept {
   LegacyState& st = State(f);
   const std::uint32_t frameSize = st.bytesPerFrame;
   *length = 0;
   if (size < frameSize) return TMX_ERR_BUFFER;
-  if (f->currentFrame >= f->frameCount) return TMX_ERR_END;
+  if (f->currentFrame >= f->info.frameCount) return TMX_ERR_END;
   // The reader moves only once the whole frame has been read.
   ReaderPos p = st.pos;
   std::uint32_t done = 0;

@@ -11,12 +11,12 @@
 namespace tmx::legacy {
 
 // Loads the segment after the last one loaded (the first one: record 10).
-std::int32_t LoadNextSegment(TMXFile* file) noexcept;
+std::int32_t LoadNextSegment(Container* file) noexcept;
 
 // Handler operations.
-std::int32_t SeekToFrame(TMXFile* file, std::uint32_t frame) noexcept;
-std::int32_t AdvanceFrame(TMXFile* file) noexcept;
-std::int32_t ReadEncodedFrame(TMXFile* file, std::uint8_t* buffer, std::uint32_t size,
+std::int32_t SeekToFrame(Container* file, std::uint32_t frame) noexcept;
+std::int32_t AdvanceFrame(Container* file) noexcept;
+std::int32_t ReadEncodedFrame(Container* file, std::uint8_t* buffer, std::uint32_t size,
                               std::uint32_t* length) noexcept;
 
 }  // namespace tmx::legacy

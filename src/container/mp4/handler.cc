@@ -6,7 +6,7 @@
 #include "container/mp4/sample_description.h"
 #include "container/mp4/sample_table.h"
 #include "container/mp4/tracks.h"
-#include "metadata/item_list.h"
+#include "container/mp4/item_list.h"
 #include "util/alloc.h"
 
 namespace tmx::mp4 {
@@ -41,7 +41,7 @@ std::uint32_t FindMetadataList(TMXStream* s, AtomRange movie) noexcept {
 
 // Walks the top-level atoms for "ftyp" (its minor version is kept) and
 // "moov". False when the walk ends without a movie.
-bool WalkTopLevel(TMXFile* file, TMXStream* s, AtomRange* movie) noexcept {
+bool WalkTopLevel(Container* file, TMXStream* s, AtomRange* movie) noexcept {
   const std::uint32_t fileSize = s->ops->GetSize(s);
   std::uint64_t position = 0;
   while (fileSize == TMX_STREAM_UNKNOWN || position < fileSize) {
@@ -62,22 +62,21 @@ bool WalkTopLevel(TMXFile* file, TMXStream* s, AtomRange* movie) noexcept {
   return false;
 }
 
-void Release(TMXFile* file) noexcept {
-  if (file->codecInstance && file->codec) file->codec->DestroyDecoder(&file->codecInstance);
-  Free(file->chapterStartFrames);
-  file->chapterStartFrames = nullptr;
-  file->chapterCount = 0;
-  if (file->containerState) {
+void Release(Container* file) noexcept {
+  Free(file->info.chapterStartFrames);
+  file->info.chapterStartFrames = nullptr;
+  file->info.chapterCount = 0;
+  if (file->state) {
     Mp4State& st = State(file);
     ReleaseChunk(file);
     Free(st.imageTracks);
     Free(st.chapterListPos);
-    Free(file->containerState);
-    file->containerState = nullptr;
+    Free(file->state);
+    file->state = nullptr;
   }
 }
 
-std::int32_t ParseMovie(TMXFile* file, TMXStream* s) noexcept {
+std::int32_t ParseMovie(Container* file, TMXStream* s) noexcept {
   file->stream = s;
   State(file).streamSize = s->ops->GetSize(s);
   AtomRange movie{};
@@ -91,16 +90,16 @@ std::int32_t ParseMovie(TMXFile* file, TMXStream* s) noexcept {
   return TMX_OK;
 }
 
-std::int32_t OpenContainer(TMXFile* file, TMXStream* s) noexcept {
+std::int32_t OpenContainer(Container* file, TMXStream* s) noexcept {
   auto* state = AllocObject<Mp4State>();
   if (!state) return TMX_ERR_MEMORY;
-  file->containerState = state;
+  file->state = state;
   std::int32_t rc = ParseMovie(file, s);
   if (rc != 0) Release(file);
   return rc;
 }
 
-std::int32_t CloseContainer(TMXFile* file) noexcept {
+std::int32_t CloseContainer(Container* file) noexcept {
   Release(file);
   return TMX_OK;
 }

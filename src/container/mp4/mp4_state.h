@@ -1,10 +1,10 @@
 // What the MP4 reader keeps about an open programme, beside the fields of
-// the TMXFile itself.
+// the container record itself.
 #pragma once
 
 #include <cstdint>
 
-#include "api/file.h"
+#include "container/container.h"
 
 namespace tmx::mp4 {
 
@@ -67,21 +67,19 @@ struct Mp4State {
   std::uint32_t readerPos;
   std::uint32_t readerPosKnown;  // bool
 
-  // Reader position (the next audio sample is TMXFile::currentFrame).
+  // Reader position (the next audio sample is Container::currentFrame).
   ChunkHeader chunk;
   std::uint32_t sampleInChunk;
   std::uint32_t chunkIndex;
   std::uint32_t samplesInChunk;
 
   // Audio sample description.
-  std::uint32_t codecConfigPos;   // DecoderConfigDescriptor tag inside "esds"
-  std::uint32_t codecConfigSize;  // bytes up to the end of the first two config bytes
   std::uint16_t audioSpecificConfig;
   std::uint8_t adtsTemplate[7];
 };
 
-inline Mp4State& State(TMXFile* file) noexcept {
-  return *static_cast<Mp4State*>(file->containerState);
+inline Mp4State& State(Container* file) noexcept {
+  return *static_cast<Mp4State*>(file->state);
 }
 
 }  // namespace tmx::mp4

@@ -1,5 +1,8 @@
 #include "container/mp4/sample_description.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "codec/codec.h"
 #include "container/mp4/mp4_state.h"
 #include "io/stream_io.h"
@@ -15,13 +18,12 @@ constexpr std::uint32_t kAudioEntryFields = 28;
 
 // Reads "esds" with its fixed layout: four-byte descriptor lengths and no
 // optional ES fields. Tags and lengths are read but not checked.
-std::int32_t ReadEsds(TMXFile* file, TMXStream* s) noexcept {
+std::int32_t ReadEsds(Container* file, TMXStream* s) noexcept {
   Mp4State& st = State(file);
   // Version and flags, the ES descriptor's tag and length, ES_ID and the
   // stream flags.
   std::uint8_t esPrefix[12];
   TMX_RETURN_IF_ERROR(AtomReadBytes(s, esPrefix));
-  const std::uint32_t configPos = s->ops->Tell(s);
   // DecoderConfigDescriptor: tag, length, object type, stream type,
   // buffer size, max bitrate, avg bitrate; then the DecSpecificInfo tag,
   // its length and the first two AudioSpecificConfig bytes.
@@ -34,19 +36,21 @@ std::int32_t ReadEsds(TMXFile* file, TMXStream* s) noexcept {
   std::uint8_t sl[6];
   TMX_RETURN_IF_ERROR(AtomReadBytes(s, sl));
 
-  st.codecConfigPos = configPos;
-  st.codecConfigSize = sizeof config;
+  // The decoder is made from these bytes when the first frame is decoded.
+  static_assert(sizeof config <= kMaxCodecConfig);
+  std::copy(std::begin(config), std::end(config), file->info.codecConfig);
+  file->info.codecConfigLength = sizeof config;
   st.audioSpecificConfig = asc;
-  file->channelCount = (asc >> 3) & 0x0F;
-  file->maxBitrate = maxBitrate;
-  file->avgBitrate = avgBitrate;
+  file->info.channelCount = (asc >> 3) & 0x0F;
+  file->info.maxBitrate = maxBitrate;
+  file->info.avgBitrate = avgBitrate;
   MakeAdtsTemplate(asc, st.adtsTemplate);
   return TMX_OK;
 }
 
 // Reads one "mp4a" or "tmvd" entry whose payload starts at the stream's
 // position and whose atom is `size` bytes long.
-std::int32_t ReadAudioEntry(TMXFile* file, TMXStream* s, std::uint32_t entryPos,
+std::int32_t ReadAudioEntry(Container* file, TMXStream* s, std::uint32_t entryPos,
                             std::uint32_t size) noexcept {
   std::uint8_t fields[kAudioEntryFields];
   TMX_RETURN_IF_ERROR(AtomReadBytes(s, fields));
@@ -87,7 +91,7 @@ void WriteAdtsHeader(const std::uint8_t adtsTemplate[7], std::uint32_t frameLeng
   out[5] = std::uint8_t(out[5] + ((frameLength & 7) << 5));
 }
 
-std::int32_t ReadSampleDescription(TMXFile* file, AtomRange stsd) noexcept {
+std::int32_t ReadSampleDescription(Container* file, AtomRange stsd) noexcept {
   TMXStream* s = file->stream;
   TMX_RETURN_IF_ERROR(s->ops->Seek(s, stsd.begin));
   std::uint8_t version = 0;
@@ -107,23 +111,10 @@ std::int32_t ReadSampleDescription(TMXFile* file, AtomRange stsd) noexcept {
   return TMX_OK;
 }
 
-std::int32_t DecodeFrame(TMXFile* file, const std::uint8_t* data, std::uint32_t length,
-                         std::int16_t* pcm, std::uint32_t capacity,
+std::int32_t DecodeFrame(Container*, const Codec* codec, void* instance, const std::uint8_t* data,
+                         std::uint32_t length, std::int16_t* pcm, std::uint32_t capacity,
                          std::uint32_t* pcmLength) noexcept {
-  const Codec* codec = file->codec;
-  if (!file->codecInstance) {
-    TMXStream* s = file->stream;
-    const Mp4State& st = State(file);
-    const std::uint32_t size = st.codecConfigSize;
-    Owned<std::uint8_t> config(AllocArray<std::uint8_t>(size ? size : 1));
-    if (!config) return TMX_ERR_MEMORY;
-    const std::uint32_t saved = s->ops->Tell(s);
-    std::int32_t rc = ReadExactAt(s, st.codecConfigPos, {config.get(), size});
-    s->ops->Seek(s, saved);
-    if (rc != 0) return rc;
-    TMX_RETURN_IF_ERROR(codec->CreateDecoder(&file->codecInstance, config.get(), size, codec));
-  }
-  return codec->DecodeFrame(file->codecInstance, data, length, pcm, capacity, pcmLength);
+  return codec->DecodeFrame(instance, data, length, pcm, capacity, pcmLength);
 }
 
 }  // namespace tmx::mp4

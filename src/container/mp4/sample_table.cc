@@ -15,8 +15,8 @@ namespace {
 constexpr std::uint32_t kChunkHeaderFixedBytes = 28;  // seven words before the sizes
 constexpr std::uint32_t kNoOffset = 0xFFFFFFFF;
 
-std::uint32_t Ms(const TMXFile* f, std::uint32_t frames) noexcept {
-  return FramesToMs(frames, f->sampleRate, f->samplesPerFrame);
+std::uint32_t Ms(const Container* f, std::uint32_t frames) noexcept {
+  return FramesToMs(frames, f->info.sampleRate, f->info.samplesPerFrame);
 }
 
 // Restores the stream position when a lookup leaves its scope.
@@ -34,7 +34,7 @@ class PositionGuard {
 
 // Puts the stream at `position` for the reader, seeking only when it is
 // not known to be there already.
-std::int32_t MoveTo(TMXFile* f, std::uint32_t position) noexcept {
+std::int32_t MoveTo(Container* f, std::uint32_t position) noexcept {
   Mp4State& st = State(f);
   if (st.readerPosKnown && st.readerPos == position) return TMX_OK;
   st.readerPosKnown = 0;
@@ -46,7 +46,7 @@ std::int32_t MoveTo(TMXFile* f, std::uint32_t position) noexcept {
 
 // Records a read of `bytes` by the reader, or forgets the position when the
 // read failed.
-std::int32_t Moved(TMXFile* f, std::int32_t rc, std::uint32_t bytes) noexcept {
+std::int32_t Moved(Container* f, std::int32_t rc, std::uint32_t bytes) noexcept {
   Mp4State& st = State(f);
   if (rc == 0) {
     st.readerPos += bytes;
@@ -73,7 +73,7 @@ void ClearChunk(Mp4State& st) noexcept {
 
 // Sizes of audio samples [first, first + n) from the table; indices the
 // table does not reach take the fixed sample size.
-std::int32_t ReadAudioSizes(TMXFile* f, std::uint32_t first, std::uint32_t n, std::uint32_t* sizes,
+std::int32_t ReadAudioSizes(Container* f, std::uint32_t first, std::uint32_t n, std::uint32_t* sizes,
                             std::uint32_t* total) noexcept {
   TMXStream* s = f->stream;
   const Mp4State& st = State(f);
@@ -95,13 +95,13 @@ std::int32_t ReadAudioSizes(TMXFile* f, std::uint32_t first, std::uint32_t n, st
 
 // Builds the current chunk from the tables after a seek; `offset` is the
 // chunk's first sample position.
-std::int32_t PrepareChunkFromTables(TMXFile* f, std::uint32_t offset) noexcept {
+std::int32_t PrepareChunkFromTables(Container* f, std::uint32_t offset) noexcept {
   Mp4State& st = State(f);
   ChunkHeader& c = st.chunk;
   TMXFrameInfo& info = f->currentFrameInfo;
   ClearChunk(st);
   info.type = 0;
-  if (f->sampleRate == 0) return TMX_ERR_INCONSISTENT;
+  if (f->info.sampleRate == 0) return TMX_ERR_INCONSISTENT;
   c.trackId = st.audioTrack.trackId;
   c.entryType = c.trackId != 0 ? st.audioTrack.entryType : 0;
   c.firstSample = f->currentFrame - st.sampleInChunk;
@@ -139,7 +139,7 @@ std::int32_t PrepareChunkFromTables(TMXFile* f, std::uint32_t offset) noexcept {
 // by its text length plus one (doubled for 16-bit output) behind its length
 // prefix, a link by its sample size plus the caption length for 16-bit
 // output. The stream is left behind the length prefix.
-std::int32_t DescribeTextSample(TMXFile* f, TMXFrameInfo* info) noexcept {
+std::int32_t DescribeTextSample(Container* f, TMXFrameInfo* info) noexcept {
   if (State(f).chunk.sampleCount == 0) return TMX_OK;
   std::uint16_t length = 0;
   TMX_RETURN_IF_ERROR(Moved(f, AtomReadU16(f->stream, &length), 2));
@@ -154,7 +154,7 @@ std::int32_t DescribeTextSample(TMXFile* f, TMXFrameInfo* info) noexcept {
 }
 
 // Reads the header stored in front of the next chunk of any track.
-std::int32_t ReadNextChunkHeader(TMXFile* f) noexcept {
+std::int32_t ReadNextChunkHeader(Container* f) noexcept {
   TMXStream* s = f->stream;
   Mp4State& st = State(f);
   ChunkHeader& c = st.chunk;
@@ -216,7 +216,7 @@ std::int32_t ReadNextChunkHeader(TMXFile* f) noexcept {
 }
 
 // Moves the frame description to the next sample of the current chunk.
-void AdvanceWithinChunk(TMXFile* f) noexcept {
+void AdvanceWithinChunk(Container* f) noexcept {
   const Mp4State& st = State(f);
   TMXFrameInfo& info = f->currentFrameInfo;
   info.offset += info.size;
@@ -227,7 +227,7 @@ void AdvanceWithinChunk(TMXFile* f) noexcept {
 
 // After the last sample of a chunk: the next chunk, from its header or,
 // when that cannot be read, from the tables.
-void EnterNextChunk(TMXFile* f) noexcept {
+void EnterNextChunk(Container* f) noexcept {
   Mp4State& st = State(f);
   st.sampleInChunk = 0;
   st.chunkIndex += 1;
@@ -235,7 +235,7 @@ void EnterNextChunk(TMXFile* f) noexcept {
 }
 
 // Steps past the audio sample just delivered or skipped.
-void StepAudio(TMXFile* f) noexcept {
+void StepAudio(Container* f) noexcept {
   Mp4State& st = State(f);
   f->currentFrame += 1;
   st.sampleInChunk += 1;
@@ -276,7 +276,7 @@ struct ChunkSearch {
 // The image track to describe, chosen by the file's image quality: the
 // first of the highest level not above the quality, except that a passed
 // over last track is returned itself.
-const TrackRecord* ChooseImageTrack(const TMXFile* f, const Mp4State& st) noexcept {
+const TrackRecord* ChooseImageTrack(const Container* f, const Mp4State& st) noexcept {
   const std::uint32_t q = f->imageQuality;
   if (q > 3 || st.imageTrackCount == 0) return nullptr;
   if (q == 0) return &st.imageTracks[0];
@@ -305,7 +305,7 @@ std::int32_t FindPayloadOrMissing(TMXStream* s, AtomRange range, std::uint32_t t
 
 // Frames before sample j of a side track: per "stts" entry one division of
 // its delta by the audio frame length, added once per sample.
-std::int32_t FramesBefore(TMXFile* f, AtomRange stts, std::uint32_t j,
+std::int32_t FramesBefore(Container* f, AtomRange stts, std::uint32_t j,
                           std::uint32_t* frames) noexcept {
   TMXStream* s = f->stream;
   std::uint32_t head[2];
@@ -315,7 +315,7 @@ std::int32_t FramesBefore(TMXFile* f, AtomRange stts, std::uint32_t j,
   for (std::uint32_t e = 0; e < head[1] && left > 0; ++e) {
     std::uint32_t entry[2];
     TMX_RETURN_IF_ERROR(ReadWords(s, entry, 2));
-    const std::uint32_t perSample = f->samplesPerFrame ? entry[1] / f->samplesPerFrame : 0;
+    const std::uint32_t perSample = f->info.samplesPerFrame ? entry[1] / f->info.samplesPerFrame : 0;
     const std::uint32_t n = std::min(entry[0], left);
     sum += n * perSample;
     left -= n;
@@ -325,7 +325,7 @@ std::int32_t FramesBefore(TMXFile* f, AtomRange stts, std::uint32_t j,
 }
 
 // Locates sample j of a side track through its tables.
-std::int32_t LookUpSideSample(TMXFile* f, const TrackRecord& track, std::uint32_t j,
+std::int32_t LookUpSideSample(Container* f, const TrackRecord& track, std::uint32_t j,
                               TMXFrameInfo* out) noexcept {
   TMXStream* s = f->stream;
   if (track.stblPos == 0) return TMX_ERR_NOT_FOUND;
@@ -415,10 +415,10 @@ std::int32_t LookUpSideSample(TMXFile* f, const TrackRecord& track, std::uint32_
 
 }  // namespace
 
-std::int32_t SetUpAudioTables(TMXFile* f) noexcept {
+std::int32_t SetUpAudioTables(Container* f) noexcept {
   TMXStream* s = f->stream;
   Mp4State& st = State(f);
-  f->audioTrackType = st.audioTrack.entryType;
+  f->info.audioTrackType = st.audioTrack.entryType;
   std::uint32_t stblSize = 0, type = 0;
   TMX_RETURN_IF_ERROR(s->ops->Seek(s, st.audioTrack.stblPos));
   TMX_RETURN_IF_ERROR(AtomReadHeader(s, &stblSize, &type));
@@ -433,7 +433,7 @@ std::int32_t SetUpAudioTables(TMXFile* f) noexcept {
   std::uint32_t w[3];
   TMX_RETURN_IF_ERROR(find(FourCC("stts")));
   TMX_RETURN_IF_ERROR(AtomSkip(s, 12));
-  TMX_RETURN_IF_ERROR(AtomReadU32(s, &f->samplesPerFrame));
+  TMX_RETURN_IF_ERROR(AtomReadU32(s, &f->info.samplesPerFrame));
 
   // Entry counts are kept within their atoms, so a corrupt count cannot send
   // the reader through the rest of the file.
@@ -445,11 +445,11 @@ std::int32_t SetUpAudioTables(TMXFile* f) noexcept {
   TMX_RETURN_IF_ERROR(find(FourCC("stsz")));
   TMX_RETURN_IF_ERROR(ReadWords(s, w, 3));
   st.fixedSampleSize = w[1];
-  f->frameCount = w[2];
+  f->info.frameCount = w[2];
   // Taken from the size of "stbl" rather than "stsz": it exceeds the real
   // count, so every audio sample size is read from the table.
   st.stszTableCount = stblSize >= 20 ? (stblSize - 20) / 4 : 0;
-  f->duration = Ms(f, f->frameCount);
+  f->info.duration = Ms(f, f->info.frameCount);
   st.stszEntriesPos = pos + 20;
 
   TMX_RETURN_IF_ERROR(find(FourCC("stco")));
@@ -459,7 +459,7 @@ std::int32_t SetUpAudioTables(TMXFile* f) noexcept {
   return TMX_OK;
 }
 
-std::int32_t SeekToFrame(TMXFile* f, std::uint32_t frame) noexcept {
+std::int32_t SeekToFrame(Container* f, std::uint32_t frame) noexcept {
   TMXStream* s = f->stream;
   Mp4State& st = State(f);
   std::uint32_t firstChunk = 0;
@@ -498,19 +498,19 @@ std::int32_t SeekToFrame(TMXFile* f, std::uint32_t frame) noexcept {
   return TMX_OK;
 }
 
-std::int32_t ReadEncodedFrame(TMXFile* f, std::uint8_t* buffer, std::uint32_t bufferSize,
+std::int32_t ReadEncodedFrame(Container* f, std::uint8_t* buffer, std::uint32_t bufferSize,
                               std::uint32_t* length) noexcept {
   TMXStream* s = f->stream;
   Mp4State& st = State(f);
   *length = 0;
-  if (st.chunkIndex >= st.chunkCount || f->currentFrame >= f->frameCount) return TMX_ERR_END;
+  if (st.chunkIndex >= st.chunkCount || f->currentFrame >= f->info.frameCount) return TMX_ERR_END;
   // Chunks of other tracks are stepped over; where no header can be read
   // the tables place the reader. Each header read moves forward, so the
   // loop ends at the latest at the end of the stream.
-  while (st.chunk.entryType != f->audioTrackType) {
+  while (st.chunk.entryType != f->info.audioTrackType) {
     if (ReadNextChunkHeader(f) == 0) continue;
     TMX_RETURN_IF_ERROR(SeekToFrame(f, f->currentFrame));
-    if (st.chunk.entryType != f->audioTrackType) return TMX_ERR_INCONSISTENT;
+    if (st.chunk.entryType != f->info.audioTrackType) return TMX_ERR_INCONSISTENT;
   }
   const TMXFrameInfo& info = f->currentFrameInfo;
   const std::uint32_t header = f->adtsHeadersEnabled ? 7 : 0;
@@ -523,9 +523,9 @@ std::int32_t ReadEncodedFrame(TMXFile* f, std::uint8_t* buffer, std::uint32_t bu
   return TMX_OK;
 }
 
-std::int32_t AdvanceFrame(TMXFile* f) noexcept {
+std::int32_t AdvanceFrame(Container* f) noexcept {
   Mp4State& st = State(f);
-  if (f->currentFrameInfo.type != 0 && f->currentFrameInfo.type == f->audioTrackType) {
+  if (f->currentFrameInfo.type != 0 && f->currentFrameInfo.type == f->info.audioTrackType) {
     StepAudio(f);
     return TMX_OK;
   }
@@ -535,7 +535,7 @@ std::int32_t AdvanceFrame(TMXFile* f) noexcept {
   return SeekToFrame(f, f->currentFrame);
 }
 
-std::int32_t GetSampleInfo(TMXFile* f, std::uint32_t trackType, std::uint32_t index,
+std::int32_t GetSampleInfo(Container* f, std::uint32_t trackType, std::uint32_t index,
                            TMXFrameInfo* info) noexcept {
   const Mp4State& st = State(f);
   const TrackRecord* track = nullptr;
@@ -563,6 +563,6 @@ std::int32_t GetSampleInfo(TMXFile* f, std::uint32_t trackType, std::uint32_t in
   return TMX_OK;
 }
 
-void ReleaseChunk(TMXFile* file) noexcept { ClearChunk(State(file)); }
+void ReleaseChunk(Container* file) noexcept { ClearChunk(State(file)); }
 
 }  // namespace tmx::mp4

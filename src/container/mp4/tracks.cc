@@ -43,7 +43,7 @@ std::int32_t FindPayload(TMXStream* s, AtomRange range, std::uint32_t type,
 
 // The "mdhd" of a track: the audio timescale (when wanted) and the quality
 // bits of the 16-bit field after the language code.
-std::int32_t ReadMediaHeader(TMXFile* file, TMXStream* s, TrackRecord* track, bool audio) noexcept {
+std::int32_t ReadMediaHeader(Container* file, TMXStream* s, TrackRecord* track, bool audio) noexcept {
   std::uint8_t version = 0;
   TMX_RETURN_IF_ERROR(AtomReadU8(s, &version));
   // Flags and the creation and modification times.
@@ -51,9 +51,8 @@ std::int32_t ReadMediaHeader(TMXFile* file, TMXStream* s, TrackRecord* track, bo
   std::uint32_t timescale = 0;
   if (AtomReadU32(s, &timescale) != 0) return TMX_ERR_NOT_FOUND;
   if (audio) {
-    file->sampleRate = timescale;
-    file->positionSaveInterval = std::int32_t((timescale * 30) >> 10);
-    file->framesUntilSave = file->positionSaveInterval;
+    file->info.sampleRate = timescale;
+    file->info.positionSaveInterval = std::int32_t((timescale * 30) >> 10);
   }
   // Duration and language.
   if (AtomSkip(s, (version == 1 ? 8 : 4) + 2) != 0) return TMX_ERR_NOT_FOUND;
@@ -101,7 +100,7 @@ std::int32_t StblOf(TMXStream* s, const TrackRecord& track, AtomRange* stbl) noe
 }
 
 // Chapter start frames from the chapter-title track.
-std::int32_t LoadChapters(TMXFile* file, const TrackRecord& track) noexcept {
+std::int32_t LoadChapters(Container* file, const TrackRecord& track) noexcept {
   TMXStream* s = file->stream;
   AtomRange stbl{}, stts{};
   TMX_RETURN_IF_ERROR(StblOf(s, track, &stbl));
@@ -113,16 +112,16 @@ std::int32_t LoadChapters(TMXFile* file, const TrackRecord& track) noexcept {
   TMX_RETURN_IF_ERROR(FindPayload(s, stbl, FourCC("stts"), &stts));
   Owned<std::uint32_t> starts(AllocArray<std::uint32_t>(count));
   if (!starts) return TMX_ERR_MEMORY;
-  TMX_RETURN_IF_ERROR(SumSampleDeltas(s, stts, file->samplesPerFrame, starts.get(), count));
-  Free(file->chapterStartFrames);
-  file->chapterStartFrames = starts.release();
-  file->chapterCount = count;
+  TMX_RETURN_IF_ERROR(SumSampleDeltas(s, stts, file->info.samplesPerFrame, starts.get(), count));
+  Free(file->info.chapterStartFrames);
+  file->info.chapterStartFrames = starts.release();
+  file->info.chapterCount = count;
   return TMX_OK;
 }
 
 // The tracks sharing an image track's alternate group, the main one first
 // and the others in file order.
-std::int32_t LoadImageGroup(TMXFile* file, const TrackRecord& first) noexcept {
+std::int32_t LoadImageGroup(Container* file, const TrackRecord& first) noexcept {
   TMXStream* s = file->stream;
   Mp4State& st = State(file);
   AtomRange movie{};
@@ -164,7 +163,7 @@ std::int32_t LoadImageGroup(TMXFile* file, const TrackRecord& first) noexcept {
 }
 
 // Makes `track` the image track: the image count and the group's renditions.
-std::int32_t LoadImages(TMXFile* file, const TrackRecord& track) noexcept {
+std::int32_t LoadImages(Container* file, const TrackRecord& track) noexcept {
   TMXStream* s = file->stream;
   Mp4State& st = State(file);
   AtomRange stbl{}, stsd{};
@@ -184,28 +183,28 @@ std::int32_t LoadImages(TMXFile* file, const TrackRecord& track) noexcept {
   Free(st.imageTracks);
   st.imageTracks = single;
   st.imageTrackCount = 1;
-  file->imageCount = count;
+  file->info.imageCount = count;
   if (track.alternateGroup == 0) return TMX_OK;
   return LoadImageGroup(file, track);
 }
 
-void DropImages(TMXFile* file) noexcept {
+void DropImages(Container* file) noexcept {
   Mp4State& st = State(file);
   Free(st.imageTracks);
   st.imageTracks = nullptr;
   st.imageTrackCount = 0;
-  file->imageCount = 0;
+  file->info.imageCount = 0;
 }
 
-void DropChapters(TMXFile* file) noexcept {
-  Free(file->chapterStartFrames);
-  file->chapterStartFrames = nullptr;
-  file->chapterCount = 0;
+void DropChapters(Container* file) noexcept {
+  Free(file->info.chapterStartFrames);
+  file->info.chapterStartFrames = nullptr;
+  file->info.chapterCount = 0;
 }
 
 // Reads the "chap" list of track IDs from the audio track's "tref"; an empty
 // list when there is none or "tref" begins with another child.
-std::int32_t ReadChapterTrackIds(TMXFile* file, Owned<std::uint32_t>& ids,
+std::int32_t ReadChapterTrackIds(Container* file, Owned<std::uint32_t>& ids,
                                  std::uint32_t* count) noexcept {
   TMXStream* s = file->stream;
   const Mp4State& st = State(file);
@@ -245,7 +244,7 @@ std::int32_t ParseTrackHeader(TMXStream* s, AtomRange trak, TrackRecord* track) 
   return TMX_OK;
 }
 
-std::int32_t WalkTrack(TMXFile* file, std::uint32_t trakPos, TrackRecord* track,
+std::int32_t WalkTrack(Container* file, std::uint32_t trakPos, TrackRecord* track,
                        bool audio) noexcept {
   TMXStream* s = file->stream;
   track->entryType = 0;
@@ -281,7 +280,7 @@ std::int32_t WalkTrack(TMXFile* file, std::uint32_t trakPos, TrackRecord* track,
   return ReadEntryType(s, stsdPos, trak, track);
 }
 
-std::int32_t FindAudioTrack(TMXFile* file) noexcept {
+std::int32_t FindAudioTrack(Container* file) noexcept {
   TMXStream* s = file->stream;
   Mp4State& st = State(file);
   AtomRange movie{};
@@ -301,13 +300,13 @@ std::int32_t FindAudioTrack(TMXFile* file) noexcept {
   return rc < 0 ? rc : TMX_ERR_UNSUPPORTED;
 }
 
-std::int32_t LoadChapterTracks(TMXFile* file) noexcept {
+std::int32_t LoadChapterTracks(Container* file) noexcept {
   TMXStream* s = file->stream;
   Mp4State& st = State(file);
   DropChapters(file);
   DropImages(file);
   st.hasChapterTextTrack = st.hasLinkTrack = 0;
-  file->linkCount = 0;
+  file->info.linkCount = 0;
 
   Owned<std::uint32_t> ids;
   std::uint32_t idCount = 0;
@@ -340,10 +339,10 @@ std::int32_t LoadChapterTracks(TMXFile* file) noexcept {
         if (StblOf(s, t, &stbl) == 0 && ReadSampleCount(s, stbl, &count) == 0) {
           st.hasLinkTrack = 1;
           st.linkTrack = t;
-          file->linkCount = count;
+          file->info.linkCount = count;
         } else {
           st.hasLinkTrack = 0;
-          file->linkCount = 0;
+          file->info.linkCount = 0;
         }
         break;
       }

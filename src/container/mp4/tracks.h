@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "api/file.h"
+#include "container/container.h"
 #include "container/mp4/atom.h"
 #include "container/mp4/mp4_state.h"
 
@@ -17,7 +17,7 @@ std::int32_t ParseTrackHeader(TMXStream* s, AtomRange trak, TrackRecord* track) 
 // Walks the track whose "trak" header is at `trakPos`: records the "stbl"
 // position, the quality bits of "mdhd" and the first recognised sample
 // entry. With `audio` set, the audio timing fields of the file are set too.
-std::int32_t WalkTrack(TMXFile* file, std::uint32_t trakPos, TrackRecord* track,
+std::int32_t WalkTrack(Container* file, std::uint32_t trakPos, TrackRecord* track,
                        bool audio) noexcept;
 
 // Calls `visit(trakPos, trakSize)` for every "trak" of the movie; a non-zero
@@ -38,11 +38,11 @@ std::int32_t ForEachTrack(TMXStream* s, AtomRange movie, Visit&& visit) noexcept
 
 // Finds the audio track: the first track flagged main whose sample entry
 // is "mp4a" or "tmvd". -7 without a movie, -8 without such a track.
-std::int32_t FindAudioTrack(TMXFile* file) noexcept;
+std::int32_t FindAudioTrack(Container* file) noexcept;
 
 // Loads the tracks that the audio track names in "tref"/"chap". Failures of
 // single tracks only drop them.
-std::int32_t LoadChapterTracks(TMXFile* file) noexcept;
+std::int32_t LoadChapterTracks(Container* file) noexcept;
 
 // Sums floor(delta / samplesPerFrame) over the first `count` samples of an
 // "stts" table, one division per entry. Entry i of `starts` receives the sum

@@ -30,7 +30,7 @@ class OpenProgramme {
   }
   std::int32_t rc() const { return rc_; }
   TMXFile* file() const { return file_; }
-  mp4::Mp4State& state() const { return mp4::State(file_); }
+  mp4::Mp4State& state() const { return mp4::State(&file_->reader); }
   MemoryStream& stream() { return *stream_; }
   const FormatHandler& handler() const { return *file_->formatHandler; }
 
@@ -38,7 +38,7 @@ class OpenProgramme {
   std::int32_t Read(ByteVec& out, std::uint32_t capacity = 4096) {
     out.assign(capacity, 0);
     std::uint32_t length = 0;
-    std::int32_t rc = handler().ReadEncodedFrame(file_, out.data(), capacity, &length);
+    std::int32_t rc = handler().ReadEncodedFrame(&file_->reader, out.data(), capacity, &length);
     out.resize(length);
     return rc;
   }

@@ -34,7 +34,7 @@ TEST(Mp4Open, ReportsTheAudioProperties) {
   EXPECT_EQ(p.state().chunkCount, 25u);
   EXPECT_EQ(p.state().metadataListPos, 0u);
   EXPECT_EQ(p.state().brandMinorVersion, 0x200u);
-  EXPECT_EQ(p.state().codecConfigSize, 25u);
+  EXPECT_EQ(p.file()->reader.info.codecConfigLength, 25u);
 }
 
 TEST(Mp4Open, CapitalsInFtypAreAccepted) {
@@ -103,7 +103,7 @@ TEST(Mp4Open, ChapterStartsAreSummedPerSttsEntry) {
             (std::vector<std::uint32_t>{0, 45, 90, 135, 225}));
   // The start of a title sample is summed the same way.
   TMXFrameInfo info{};
-  ASSERT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("text"), 4, &info), TMX_OK);
+  ASSERT_EQ(p.handler().GetSampleInfo(&p.file()->reader, FourCC("text"), 4, &info), TMX_OK);
   EXPECT_EQ(info.startTime, FramesToMs(225, 22050, 1024));
   EXPECT_TRUE(p.state().hasChapterTextTrack);
 }
@@ -176,7 +176,7 @@ TEST(Mp4Open, AllocationFailureAtEveryAllocation) {
     testing::FailAllocation(0);
     if (rc == TMX_OK) {
       // A failure while loading pictures only loses the rendition group.
-      opened = opened || (file->chapterCount == 2 && State(file).imageTrackCount == 1);
+      opened = opened || (file->chapterCount == 2 && State(&file->reader).imageTrackCount == 1);
       TMXCloseFile(file);
     } else {
       EXPECT_TRUE(rc == TMX_ERR_MEMORY || rc == TMX_ERR_UNSUPPORTED) << k << ": " << rc;

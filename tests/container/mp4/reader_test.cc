@@ -37,7 +37,7 @@ TEST(Mp4Reader, DeliversEveryFrameFromOpenAndAfterASeek) {
   OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(ReadAll(p), plan.tracks[0].samples);
-  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
+  ASSERT_EQ(p.handler().SeekToFrame(&p.file()->reader, 0), TMX_OK);
   std::int32_t last = 0;
   EXPECT_EQ(ReadAll(p, &last), plan.tracks[0].samples);
   EXPECT_EQ(last, TMX_ERR_END);
@@ -48,9 +48,9 @@ TEST(Mp4Reader, SeekPlacesTheNextFrame) {
   OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   for (std::uint32_t target : {0u, 1u, 4u, 5u, 17u, 34u}) {
-    ASSERT_EQ(p.handler().SeekToFrame(p.file(), target), TMX_OK) << target;
-    EXPECT_EQ(p.file()->currentFrame, target);
-    EXPECT_EQ(p.file()->currentFrameInfo.index, target);
+    ASSERT_EQ(p.handler().SeekToFrame(&p.file()->reader, target), TMX_OK) << target;
+    EXPECT_EQ(p.file()->reader.currentFrame, target);
+    EXPECT_EQ(p.file()->reader.currentFrameInfo.index, target);
     ByteVec frame;
     ASSERT_EQ(p.Read(frame), TMX_OK);
     EXPECT_EQ(frame, plan.tracks[0].samples[target]) << target;
@@ -58,8 +58,8 @@ TEST(Mp4Reader, SeekPlacesTheNextFrame) {
     EXPECT_EQ(frame, plan.tracks[0].samples[target + 1]) << target;
   }
   // Samples of the very last chunk are beyond what the tables seek to.
-  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 35), TMX_ERR_SEEK_RANGE);
-  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 40), TMX_ERR_SEEK_RANGE);
+  EXPECT_EQ(p.handler().SeekToFrame(&p.file()->reader, 35), TMX_ERR_SEEK_RANGE);
+  EXPECT_EQ(p.handler().SeekToFrame(&p.file()->reader, 40), TMX_ERR_SEEK_RANGE);
 }
 
 TEST(Mp4Reader, SeekWalksSeveralStscRuns) {
@@ -69,12 +69,12 @@ TEST(Mp4Reader, SeekWalksSeveralStscRuns) {
   OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
   for (std::uint32_t target : {0u, 3u, 4u, 13u, 14u, 20u, 28u}) {
-    ASSERT_EQ(p.handler().SeekToFrame(p.file(), target), TMX_OK) << target;
+    ASSERT_EQ(p.handler().SeekToFrame(&p.file()->reader, target), TMX_OK) << target;
     ByteVec frame;
     ASSERT_EQ(p.Read(frame), TMX_OK);
     EXPECT_EQ(frame, plan.tracks[0].samples[target]) << target;
   }
-  EXPECT_EQ(p.handler().SeekToFrame(p.file(), 29), TMX_ERR_SEEK_RANGE);
+  EXPECT_EQ(p.handler().SeekToFrame(&p.file()->reader, 29), TMX_ERR_SEEK_RANGE);
 }
 
 TEST(Mp4Reader, CorruptChunkHeadersFallBackToTheTables) {
@@ -97,13 +97,13 @@ TEST(Mp4Reader, ChunksOfUnknownTracksAreSteppedOver) {
   plan.tracks[0].chap = {2};  // the picture track is no longer known
   OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
+  ASSERT_EQ(p.handler().SeekToFrame(&p.file()->reader, 0), TMX_OK);
   // Walk every sample in storage order; the pictures show as type 0.
   std::vector<std::uint32_t> types;
-  for (int i = 0; i < 40 && p.handler().AdvanceFrame(p.file()) == TMX_OK; ++i)
-    types.push_back(p.file()->currentFrameInfo.type);
+  for (int i = 0; i < 40 && p.handler().AdvanceFrame(&p.file()->reader) == TMX_OK; ++i)
+    types.push_back(p.file()->reader.currentFrameInfo.type);
   EXPECT_NE(std::find(types.begin(), types.end(), 0u), types.end());
-  ASSERT_EQ(p.handler().SeekToFrame(p.file(), 0), TMX_OK);
+  ASSERT_EQ(p.handler().SeekToFrame(&p.file()->reader, 0), TMX_OK);
   EXPECT_EQ(ReadAll(p), plan.tracks[0].samples);
 }
 
@@ -119,7 +119,7 @@ TEST(Mp4Reader, ImageQualityChoosesTheRendition) {
   auto sizeAt = [&](std::uint32_t quality) -> std::int64_t {
     TMXSetImageQuality(p.file(), quality);
     TMXFrameInfo info{};
-    std::int32_t rc = p.handler().GetSampleInfo(p.file(), FourCC("jpeg"), 0, &info);
+    std::int32_t rc = p.handler().GetSampleInfo(&p.file()->reader, FourCC("jpeg"), 0, &info);
     return rc == TMX_OK ? std::int64_t(info.size) : rc;
   };
   EXPECT_EQ(sizeAt(0), 300);  // the first track
@@ -128,7 +128,7 @@ TEST(Mp4Reader, ImageQualityChoosesTheRendition) {
   EXPECT_EQ(sizeAt(3), 300);
   EXPECT_EQ(sizeAt(4), TMX_ERR_NOT_FOUND);
   TMXFrameInfo info{};
-  EXPECT_EQ(p.handler().GetSampleInfo(p.file(), FourCC("tx3g"), 0, &info), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(p.handler().GetSampleInfo(&p.file()->reader, FourCC("tx3g"), 0, &info), TMX_ERR_NOT_FOUND);
 }
 
 TEST(Mp4Reader, DecodingWithoutACodecIsRefused) {
@@ -139,8 +139,7 @@ TEST(Mp4Reader, DecodingWithoutACodecIsRefused) {
   std::int16_t pcm[4096];
   std::uint32_t length = 0;
   const std::uint8_t frame[4] = {1, 2, 3, 4};
-  EXPECT_EQ(p.handler().DecodeFrame(p.file(), frame, 4, pcm, sizeof pcm, &length),
-            TMX_ERR_NO_DECODER);
+  EXPECT_EQ(TMXDecodePCMFrame(p.file(), frame, 4, pcm, sizeof pcm, &length), TMX_ERR_NO_DECODER);
 }
 
 TEST(Mp4Reader, ReadsNeverLeaveTheBuffer) {

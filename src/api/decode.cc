@@ -2,6 +2,7 @@
 #include "api/file.h"
 #include "codec/codec.h"
 #include "container/format_handler.h"
+#include "util/status.h"
 
 extern "C" {
 
@@ -11,11 +12,19 @@ TMX_API std::int32_t TMXDecodePCMFrame(TMXFile* f, const std::uint8_t* encoded,
   if (!f) return TMX_ERR_HANDLE;
   if (!encoded || !pcm || !pcmLength) return TMX_ERR_ARGUMENT;
   // The first decode after a seek starts the decoder afresh.
-  if (f->decoderResetPending) {
-    f->decoderResetPending = 0;
+  if (f->reader.decoderResetPending) {
+    f->reader.decoderResetPending = 0;
     if (f->codecInstance) f->codec->ResetDecoder(f->codecInstance, encoded, 0, f->codec);
   }
-  return f->formatHandler->DecodeFrame(f, encoded, encodedLength, pcm, pcmCapacity, pcmLength);
+  // The decoder is made on first use from the configuration the handler
+  // found at open, and belongs to the file.
+  if (!f->codecInstance) {
+    const tmx::ProgrammeInfo& info = f->reader.info;
+    TMX_RETURN_IF_ERROR(f->codec->CreateDecoder(&f->codecInstance, info.codecConfig,
+                                                info.codecConfigLength, f->codec));
+  }
+  return f->formatHandler->DecodeFrame(&f->reader, f->codec, f->codecInstance, encoded,
+                                       encodedLength, pcm, pcmCapacity, pcmLength);
 }
 
 }  // extern "C"

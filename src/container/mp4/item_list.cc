@@ -1,4 +1,4 @@
-#include "metadata/item_list.h"
+#include "container/mp4/item_list.h"
 
 #include "container/mp4/atom.h"
 #include "container/mp4/mp4_state.h"
@@ -86,14 +86,14 @@ std::int32_t ChooseVariant(TMXStream* s, AtomRange item, std::uint32_t wanted, V
 
 // Positions of the per-chapter item lists, one "ilst" after another from
 // chapterMetadataPos.
-std::int32_t BuildChapterLists(TMXFile* file, Mp4State& st) noexcept {
+std::int32_t BuildChapterLists(Container* file, Mp4State& st) noexcept {
   TMXStream* s = file->stream;
-  Owned<std::uint32_t> lists(AllocArray<std::uint32_t>(file->chapterCount));
+  Owned<std::uint32_t> lists(AllocArray<std::uint32_t>(file->info.chapterCount));
   if (!lists) return TMX_ERR_MEMORY;
   const std::uint32_t saved = s->ops->Tell(s);
   std::uint64_t position = st.chapterMetadataPos;
   std::int32_t rc = TMX_OK;
-  for (std::uint32_t filled = 0; filled < file->chapterCount && rc == 0;) {
+  for (std::uint32_t filled = 0; filled < file->info.chapterCount && rc == 0;) {
     std::uint32_t size = 0, type = 0;
     if (position > UINT32_MAX) {
       rc = TMX_ERR_INCONSISTENT;
@@ -113,14 +113,14 @@ std::int32_t BuildChapterLists(TMXFile* file, Mp4State& st) noexcept {
 }
 
 // The header position of the "ilst" to search for `chapter`.
-std::int32_t ListFor(TMXFile* file, std::uint32_t chapter, std::uint32_t* listPos) noexcept {
+std::int32_t ListFor(Container* file, std::uint32_t chapter, std::uint32_t* listPos) noexcept {
   Mp4State& st = State(file);
   if (chapter == kFileLevel) {
     if (st.metadataListPos == 0) return TMX_ERR_INCONSISTENT;
     *listPos = st.metadataListPos;
     return TMX_OK;
   }
-  if (chapter >= file->chapterCount) return TMX_ERR_INDEX;
+  if (chapter >= file->info.chapterCount) return TMX_ERR_INDEX;
   if (st.chapterMetadataPos == 0) return TMX_ERR_NOT_FOUND;
   if (!st.chapterListPos) TMX_RETURN_IF_ERROR(BuildChapterLists(file, st));
   if (!st.chapterListPos || st.chapterListPos[chapter] == 0) return TMX_ERR_NOT_FOUND;
@@ -149,7 +149,7 @@ std::uint32_t KindForValueType(std::uint32_t valueType) noexcept {
   }
 }
 
-std::int32_t GetMetadataItem(TMXFile* file, std::uint32_t chapter, std::uint32_t key,
+std::int32_t GetMetadataItem(Container* file, std::uint32_t chapter, std::uint32_t key,
                              std::uint32_t* locale, std::uint32_t* kind, std::uint32_t* offset,
                              std::uint32_t* size) noexcept {
   TMXStream* s = file->stream;
@@ -188,7 +188,7 @@ std::int32_t GetMetadataItem(TMXFile* file, std::uint32_t chapter, std::uint32_t
   return result;
 }
 
-std::int32_t GetMetadataLocaleList(TMXFile* file, std::uint32_t* locales,
+std::int32_t GetMetadataLocaleList(Container* file, std::uint32_t* locales,
                                    std::uint32_t* count) noexcept {
   TMXStream* s = file->stream;
   const Mp4State& st = State(file);
