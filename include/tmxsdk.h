@@ -131,10 +131,11 @@ TMX_API TMXStream* TMXInitInputStream(TMXStream* stream) TMX_NOEXCEPT;
 /* Opening and closing. */
 /* Opens a programme from a stream; the stream belongs to the file from here
    on (a failed open closes it). positionStream may be null. On failure *file
-   must not be used. */
+   is set to null (unless file itself is null). */
 TMX_API int32_t TMXOpenFile(TMXFile** file, TMXStream* stream,
                             TMXStream* positionStream) TMX_NOEXCEPT;
-/* Opens a programme by path, with the position file beside it (".pos"). */
+/* Opens a programme by path, with the position file beside it (".pos").
+   On failure *file is set to null (unless file itself is null). */
 TMX_API int32_t TMXOpenFileWinW(TMXFile** file, const wchar_t* path) TMX_NOEXCEPT;
 /* Saves the position, releases everything and closes the streams. */
 TMX_API int32_t TMXCloseFile(TMXFile* file) TMX_NOEXCEPT;

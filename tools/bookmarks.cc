@@ -39,8 +39,7 @@ const char* BookmarkMeaning(std::int32_t rc) {
 }
 
 int FailWith(const std::string& what, std::int32_t rc) {
-  std::fprintf(stderr, "tmxtool: %s: %d (%s)\n", what.c_str(), rc, BookmarkMeaning(rc));
-  return 1;
+  return Fail(what, std::string(BookmarkMeaning(rc)) + " (" + std::to_string(rc) + ")");
 }
 
 // A bookmark number as `list` prints it (from 1), as the library's index.
@@ -90,13 +89,18 @@ class ProgrammeBookmarks {
   ProgrammeBookmarks(const ProgrammeBookmarks&) = delete;
   ProgrammeBookmarks& operator=(const ProgrammeBookmarks&) = delete;
 
-  std::int32_t Open() {
-    if (std::int32_t rc = TMXOpenFile(&file_, &programme_.base, &position_.base); rc != TMX_OK) {
-      file_ = nullptr;
-      return rc;
+  // Opens the programme, or prints why it cannot and returns false.
+  bool Open() {
+    if (!CheckInput(programme_.path.c_str())) return false;
+    // The handle is taken only from a successful open.
+    TMXFile* file = nullptr;
+    if (std::int32_t rc = TMXOpenFile(&file, &programme_.base, &position_.base); rc != TMX_OK) {
+      FailWith(programme_.path, rc);
+      return false;
     }
+    file_ = file;
     TMXSetUnicodeFormat(file_, kUtf8);
-    return TMX_OK;
+    return true;
   }
   // Opens the list; `create` makes one when the file holds none yet.
   std::int32_t OpenList(bool create) {
@@ -139,30 +143,27 @@ int Bookmarks(int argc, char** argv) {
   }
 
   ProgrammeBookmarks b(argv[0], action != "list");
-  if (std::int32_t rc = b.Open(); rc != TMX_OK) return FailWith(argv[0], rc);
+  if (!b.Open()) return 1;
   TMXFile* f = b.get();
   const std::int32_t opened = b.OpenList(action == "add");
   if (action == "list" && (opened == TMX_ERR_NOT_FOUND || opened == TMX_ERR_FILE)) {
     std::printf("no bookmarks\n");
     return 0;
   }
-  if (opened == TMX_ERR_UNSUPPORTED) {
-    std::fprintf(stderr, "tmxtool: %s has no product id (\"@pid\") to keep bookmarks for\n",
-                 argv[0]);
-    return 1;
-  }
-  if (opened != TMX_OK) return FailWith("bookmark list", opened);
+  if (opened == TMX_ERR_UNSUPPORTED)
+    return Fail(argv[0], "no product id (\"@pid\") to keep bookmarks for");
+  if (opened != TMX_OK) return FailWith(std::string(argv[0]) + ": " + "bookmark list", opened);
 
   if (action == "list") return List(f);
   if (action == "add") {
     std::uint32_t index = 0;
     if (std::int32_t rc = TMXAddBookmark(f, number, &index); rc != TMX_OK)
-      return FailWith("add", rc);
+      return FailWith(std::string(argv[0]) + ": " + "add", rc);
     if (note) {
       if (std::int32_t rc =
               TMXAddBookmarkMetadata(f, index, kNoteKey, note, std::uint32_t(std::strlen(note)));
           rc != TMX_OK)
-        return FailWith("note", rc);
+        return FailWith(std::string(argv[0]) + ": " + "note", rc);
     }
     std::uint32_t ms = 0;
     TMXGetBookmarkTimeStamp(f, index, &ms);
@@ -171,11 +172,12 @@ int Bookmarks(int argc, char** argv) {
   }
   if (action == "delete") {
     if (std::int32_t rc = TMXDeleteBookmark(f, number - 1); rc != TMX_OK)
-      return FailWith("delete", rc);
+      return FailWith(std::string(argv[0]) + ": " + "delete", rc);
     std::printf("bookmark %u deleted\n", number);
     return 0;
   }
-  if (std::int32_t rc = TMXSeekToBookmark(f, number - 1); rc != TMX_OK) return FailWith("seek", rc);
+  if (std::int32_t rc = TMXSeekToBookmark(f, number - 1); rc != TMX_OK)
+    return FailWith(std::string(argv[0]) + ": " + "seek", rc);
   std::uint32_t ms = 0;
   TMXGetPlaybackPosition(f, &ms);
   std::printf("position: %s (%u ms)\n", FormatTime(ms).c_str(), ms);

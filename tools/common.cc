@@ -1,6 +1,13 @@
 #include "common.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 
 namespace tmxtool {
@@ -42,8 +49,49 @@ const char* FileTypeName(std::uint32_t type) {
 }
 
 int Fail(const std::string& what, std::int32_t rc) {
-  std::fprintf(stderr, "tmxtool: %s: %d (%s)\n", what.c_str(), rc, ResultMeaning(rc));
+  return Fail(what, std::string(ResultMeaning(rc)) + " (" + std::to_string(rc) + ")");
+}
+
+int Fail(const std::string& what, const std::string& cause) {
+  std::fprintf(stderr, "tmxtool: %s: %s\n", what.c_str(), cause.c_str());
   return 1;
+}
+
+std::string SystemError(int error) {
+  std::string text = std::strerror(error);
+  if (!text.empty()) text[0] = char(std::tolower(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+bool CheckInput(const char* path) {
+  struct stat st {};
+  if (::stat(path, &st) != 0) {
+    Fail(path, SystemError(errno));
+    return false;
+  }
+  // A directory opens for reading on some systems and then fails to read;
+  // it is refused here with a clearer message.
+  if (S_ISDIR(st.st_mode)) {
+    Fail(path, "is a directory");
+    return false;
+  }
+  if (!S_ISREG(st.st_mode)) {
+    Fail(path, "not a regular file");
+    return false;
+  }
+  return true;
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat x {};
+  struct stat y {};
+  return ::stat(a.c_str(), &x) == 0 && ::stat(b.c_str(), &y) == 0 && x.st_dev == y.st_dev &&
+         x.st_ino == y.st_ino;
+}
+
+int FailSameFile(const std::string& output, const std::string& input) {
+  return Fail(output,
+              "the output is the same file as the input" + (output == input ? "" : " " + input));
 }
 
 bool ToWide(const char* path, std::vector<wchar_t>& out) {
@@ -58,10 +106,21 @@ bool ToWide(const char* path, std::vector<wchar_t>& out) {
   return true;
 }
 
-std::int32_t Programme::OpenWithPosition(const char* path) {
+bool Programme::OpenWithPosition(const char* path) {
+  if (!CheckInput(path)) return false;
   std::vector<wchar_t> wide;
-  if (!ToWide(path, wide)) return TMX_ERR_ARGUMENT;
-  return TMXOpenFileWinW(&file_, wide.data());
+  if (!ToWide(path, wide)) {
+    Fail(path, "the path is not valid text in this locale");
+    return false;
+  }
+  // The handle is taken only from a successful open.
+  TMXFile* file = nullptr;
+  if (std::int32_t rc = TMXOpenFileWinW(&file, wide.data()); rc != TMX_OK) {
+    Fail(path, rc);
+    return false;
+  }
+  file_ = file;
+  return true;
 }
 
 namespace {
@@ -127,9 +186,81 @@ const TMXStreamOps kCliFileOps = {
 
 Programme::Programme() : input_{{&kCliFileOps}, nullptr, {}, false} {}
 
-std::int32_t Programme::OpenReadOnly(const char* path) {
+Programme::~Programme() {
+  // Closing the programme closes its stream, and so does a failed open.
+  if (file_) TMXCloseFile(file_);
+  if (input_.file) std::fclose(input_.file);
+}
+
+bool Programme::OpenReadOnly(const char* path) {
+  if (!CheckInput(path)) return false;
   input_.path = path;
-  return TMXOpenFile(&file_, &input_.base, nullptr);
+  // The handle is taken only from a successful open.
+  TMXFile* file = nullptr;
+  if (std::int32_t rc = TMXOpenFile(&file, &input_.base, nullptr); rc != TMX_OK) {
+    Fail(path, rc);
+    return false;
+  }
+  file_ = file;
+  return true;
+}
+
+OutputFile::~OutputFile() {
+  if (file_) std::fclose(file_);
+  if (!committed_ && !temporary_.empty()) std::remove(temporary_.c_str());
+}
+
+bool OutputFile::Create(const std::string& target) {
+  target_ = target;
+  struct stat st {};
+  if (::stat(target.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+    Fail(target, "is a directory");
+    return false;
+  }
+  // A hidden name beside the target, so that the rename stays within one
+  // file system; O_EXCL never takes over a file that is already there.
+  const std::size_t slash = target.rfind('/');
+  const std::string folder = slash == std::string::npos ? "" : target.substr(0, slash + 1);
+  const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
+  int error = 0;
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    temporary_ = folder + "." + name + ".tmxtool-" + std::to_string(::getpid()) + "-" +
+                 std::to_string(attempt);
+    const int fd = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0) {
+      file_ = ::fdopen(fd, "w+b");
+      if (file_) return true;
+      error = errno;
+      ::close(fd);
+      std::remove(temporary_.c_str());
+      break;
+    }
+    error = errno;
+    if (error != EEXIST) break;
+  }
+  temporary_.clear();
+  Fail(target, "cannot be created: " + SystemError(error));
+  return false;
+}
+
+bool OutputFile::Commit() {
+  if (file_) {
+    // A write that failed on the way shows in the error flag.
+    const bool written = !std::ferror(file_);
+    const bool closed = std::fclose(file_) == 0 && written;
+    const int error = written ? errno : EIO;
+    file_ = nullptr;
+    if (!closed) {
+      Fail(target_, "writing failed: " + SystemError(error));
+      return false;
+    }
+  }
+  if (std::rename(temporary_.c_str(), target_.c_str()) != 0) {
+    Fail(target_, "cannot be replaced: " + SystemError(errno));
+    return false;
+  }
+  committed_ = true;
+  return true;
 }
 
 std::string FormatTime(std::uint32_t ms) {

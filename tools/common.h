@@ -15,8 +15,24 @@ namespace tmxtool {
 const char* ResultMeaning(std::int32_t rc);
 const char* FileTypeName(std::uint32_t type);
 
-// Prints "tmxtool: what: code (meaning)" and returns exit status 1.
+// Every failure is reported as one line on stderr, "tmxtool: SUBJECT: CAUSE",
+// where SUBJECT is mostly a file's path. Both return exit status 1.
+//
+// With a result code of the library the cause is "meaning (code)".
 int Fail(const std::string& what, std::int32_t rc);
+int Fail(const std::string& what, const std::string& cause);
+
+// The cause for a C library errno value.
+std::string SystemError(int error);
+
+// True when `path` names a regular file; otherwise prints why not and
+// returns false.
+bool CheckInput(const char* path);
+
+// True when both paths name one existing file (same device and inode).
+bool SameFile(const std::string& a, const std::string& b);
+// Prints that `output` is the same file as `input`; returns 1.
+int FailSameFile(const std::string& output, const std::string& input);
 
 // A command-line path (in the locale's multibyte encoding) as wide text.
 bool ToWide(const char* path, std::vector<wchar_t>& out);
@@ -38,19 +54,45 @@ class Programme {
   Programme();
   Programme(const Programme&) = delete;
   Programme& operator=(const Programme&) = delete;
-  ~Programme() {
-    if (file_) TMXCloseFile(file_);
-  }
-  // With the position file beside the programme (it is written on close
-  // only when the position was loaded or changed).
-  std::int32_t OpenWithPosition(const char* path);
+  ~Programme();
+  // Both open the programme at `path`, or print why they cannot and return
+  // false. With the position file beside the programme (it is written on
+  // close only when the position was loaded or changed):
+  bool OpenWithPosition(const char* path);
   // Without a position file: nothing beside the programme is written.
-  std::int32_t OpenReadOnly(const char* path);
+  bool OpenReadOnly(const char* path);
   TMXFile* get() const { return file_; }
 
  private:
   TMXFile* file_ = nullptr;
   CliFile input_;
+};
+
+// A file the tool writes. It is made under a temporary name in the target's
+// folder and renamed to the target only by Commit, so that a failed or
+// interrupted command leaves neither a partial file nor a damaged original;
+// without Commit the temporary file is removed when the object goes.
+class OutputFile {
+ public:
+  OutputFile() = default;
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+  ~OutputFile();
+  // Makes the temporary file, open for reading and writing; false after
+  // printing why when it cannot be made.
+  bool Create(const std::string& target);
+  std::FILE* file() const { return file_; }
+  // The temporary file's path, for writers that open it themselves.
+  const std::string& temporaryPath() const { return temporary_; }
+  // Closes the file (when open) and renames it to the target; false after
+  // printing why (the temporary file is removed then).
+  bool Commit();
+
+ private:
+  std::string target_;
+  std::string temporary_;
+  std::FILE* file_ = nullptr;
+  bool committed_ = false;
 };
 
 // Milliseconds as h:mm:ss.mmm.

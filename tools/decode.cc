@@ -74,11 +74,9 @@ class Progress {
 // Speech programmes go through the library's own decoding export, one
 // packet at a time.
 int DecodeSpeech(TMXFile* file, const char* name, const char* output, std::uint32_t rate) {
-  std::FILE* out = std::fopen(output, "wb");
-  if (!out) {
-    std::fprintf(stderr, "tmxtool: cannot create %s\n", output);
-    return 1;
-  }
+  OutputFile wav;
+  if (!wav.Create(output)) return 1;
+  std::FILE* out = wav.file();
   std::uint8_t header[44] = {};
   std::fwrite(header, 1, sizeof header, out);
   std::uint32_t duration = 0;
@@ -101,12 +99,10 @@ int DecodeSpeech(TMXFile* file, const char* name, const char* output, std::uint3
   progress.Update(duration);
   WavHeader(header, rate, 1, dataBytes);
   std::fseek(out, 0, SEEK_SET);
-  std::fwrite(header, 1, sizeof header, out);
-  const bool closed = std::fclose(out) == 0;
-  if (rc != TMX_ERR_END || !closed) {
-    std::remove(output);
-    return Fail(name, rc == TMX_ERR_END ? TMX_ERR_WRITE : rc);
-  }
+  const bool written = std::fwrite(header, 1, sizeof header, out) == sizeof header;
+  if (rc != TMX_ERR_END) return Fail(name, rc);
+  if (!written) return Fail(output, TMX_ERR_WRITE);
+  if (!wav.Commit()) return 1;
   std::printf("%u packets decoded to %s\n", packets, output);
   return 0;
 }
@@ -116,8 +112,9 @@ int DecodeSpeech(TMXFile* file, const char* name, const char* output, std::uint3
 int Decode(int argc, char** argv) {
   if (argc != 3 || std::strcmp(argv[1], "-o") != 0) return Usage();
   const char* output = argv[2];
+  if (SameFile(output, argv[0])) return FailSameFile(output, argv[0]);
   Programme p;
-  if (std::int32_t rc = p.OpenReadOnly(argv[0]); rc != TMX_OK) return Fail(argv[0], rc);
+  if (!p.OpenReadOnly(argv[0])) return 1;
   std::uint32_t type = 0, rate = 0, frames = 0;
   TMXGetFileType(p.get(), &type);
   TMXGetSampleRate(p.get(), &rate);
@@ -128,12 +125,12 @@ int Decode(int argc, char** argv) {
   tmx::aac::Decoder* decoder = nullptr;
   if (std::int32_t rc = tmx::aac::CreateDecoder(&decoder, RateIndex(rate), 0); rc != TMX_OK)
     return Fail(argv[0], TMX_ERR_DECODER);
-  std::FILE* out = std::fopen(output, "wb");
-  if (!out) {
+  OutputFile wav;
+  if (!wav.Create(output)) {
     tmx::aac::DestroyDecoder(&decoder);
-    std::fprintf(stderr, "tmxtool: cannot create %s\n", output);
     return 1;
   }
+  std::FILE* out = wav.file();
   std::uint8_t header[44] = {};
   std::fwrite(header, 1, sizeof header, out);
 
@@ -170,12 +167,10 @@ int Decode(int argc, char** argv) {
   tmx::aac::DestroyDecoder(&decoder);
   WavHeader(header, rate, channels ? channels : 1, dataBytes);
   std::fseek(out, 0, SEEK_SET);
-  std::fwrite(header, 1, sizeof header, out);
-  const bool closed = std::fclose(out) == 0;
-  if (rc != TMX_ERR_END || !closed) {
-    std::remove(output);
-    return Fail(output, rc == TMX_ERR_END ? TMX_ERR_WRITE : rc);
-  }
+  const bool written = std::fwrite(header, 1, sizeof header, out) == sizeof header;
+  if (rc != TMX_ERR_END) return Fail(argv[0], rc);
+  if (!written) return Fail(output, TMX_ERR_WRITE);
+  if (!wav.Commit()) return 1;
   std::printf("%u frames decoded to %s", frames, output);
   if (skipped) std::printf(" (%u frames could not be decoded)", skipped);
   std::printf("\n");

@@ -14,31 +14,26 @@ namespace tmxtool {
 int Extract(int argc, char** argv) {
   if (argc != 3 || std::strcmp(argv[1], "-o") != 0) return Usage();
   const char* output = argv[2];
+  if (SameFile(output, argv[0])) return FailSameFile(output, argv[0]);
   Programme p;
   // No position file: extracting is not listening.
-  if (std::int32_t rc = p.OpenReadOnly(argv[0]); rc != TMX_OK) return Fail(argv[0], rc);
+  if (!p.OpenReadOnly(argv[0])) return 1;
   TMXEnableADTSHeaders(p.get());
-  std::FILE* out = std::fopen(output, "wb");
-  if (!out) {
-    std::fprintf(stderr, "tmxtool: cannot create %s\n", output);
-    return 1;
-  }
+  OutputFile out;
+  if (!out.Create(output)) return 1;
   std::vector<std::uint8_t> frame(1 << 16);
   std::uint32_t frames = 0, length = 0;
   std::int32_t rc;
   while ((rc = TMXGetEncodedAudio(p.get(), frame.data(), std::int32_t(frame.size()), &length)) ==
          TMX_OK) {
-    if (std::fwrite(frame.data(), 1, length, out) != length) {
+    if (std::fwrite(frame.data(), 1, length, out.file()) != length) {
       rc = TMX_ERR_WRITE;
       break;
     }
     ++frames;
   }
-  const bool closed = std::fclose(out) == 0;
-  if (rc != TMX_ERR_END || !closed) {
-    std::remove(output);
-    return Fail(output, rc == TMX_ERR_END ? TMX_ERR_WRITE : rc);
-  }
+  if (rc != TMX_ERR_END) return Fail(rc == TMX_ERR_WRITE ? output : argv[0], rc);
+  if (!out.Commit()) return 1;
   std::printf("%u frames written to %s\n", frames, output);
   return 0;
 }
@@ -47,7 +42,7 @@ int Position(int argc, char** argv) {
   const bool set = argc == 3 && std::strcmp(argv[1], "--set") == 0;
   if (argc != 1 && !set) return Usage();
   Programme p;
-  if (std::int32_t rc = p.OpenWithPosition(argv[0]); rc != TMX_OK) return Fail(argv[0], rc);
+  if (!p.OpenWithPosition(argv[0])) return 1;
   if (set) {
     char* end = nullptr;
     const unsigned long ms = std::strtoul(argv[2], &end, 10);
@@ -56,11 +51,11 @@ int Position(int argc, char** argv) {
     std::uint32_t before = 0;
     TMXGetPlaybackPosition(p.get(), &before);
     if (std::int32_t rc = TMXSeek(p.get(), std::uint32_t(ms)); rc != TMX_OK)
-      return Fail("seek", rc);
+      return Fail(std::string(argv[0]) + ": seek", rc);
   }
   std::uint32_t ms = 0, chapter = 0;
   if (std::int32_t rc = TMXGetPlaybackPosition(p.get(), &ms); rc != TMX_OK)
-    return Fail("position", rc);
+    return Fail(std::string(argv[0]) + ": position", rc);
   std::printf("position: %s (%u ms)\n", FormatTime(ms).c_str(), ms);
   if (TMXGetCurrentChapter(p.get(), &chapter) == TMX_OK) std::printf("chapter: %u\n", chapter + 1);
   if (set) TMXSavePlaybackPosition(p.get(), 0);

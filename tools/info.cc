@@ -254,7 +254,7 @@ int Info(int argc, char** argv) {
   }
   if (!path) return Usage();
   Programme p;
-  if (std::int32_t rc = p.OpenReadOnly(path); rc != TMX_OK) return Fail(path, rc);
+  if (!p.OpenReadOnly(path)) return 1;
   const Summary s = Summarise(p.get());
   if (json) {
     PrintJson(s);
@@ -267,15 +267,16 @@ int Info(int argc, char** argv) {
 int Chapters(int argc, char** argv) {
   if (argc != 1) return Usage();
   Programme p;
-  if (std::int32_t rc = p.OpenReadOnly(argv[0]); rc != TMX_OK) return Fail(argv[0], rc);
+  if (!p.OpenReadOnly(argv[0])) return 1;
   TMXFile* file = p.get();
   TMXSetUnicodeFormat(file, 1);
   std::uint32_t count = 0;
-  if (std::int32_t rc = TMXGetChapterCount(file, &count); rc != TMX_OK) return Fail("chapters", rc);
+  if (std::int32_t rc = TMXGetChapterCount(file, &count); rc != TMX_OK)
+    return Fail(std::string(argv[0]) + ": chapters", rc);
   for (std::uint32_t i = 0; i < count; ++i) {
     std::uint32_t ms = 0;
     if (std::int32_t rc = TMXGetChapterStartTime(file, i, &ms); rc != TMX_OK)
-      return Fail("chapter " + std::to_string(i + 1), rc);
+      return Fail(std::string(argv[0]) + ": chapter " + std::to_string(i + 1), rc);
     // One line a chapter: line breaks inside a title become spaces, and a
     // chapter without a title gets one, since the list needs it.
     std::string title = ChapterTitle(file, i);
@@ -292,8 +293,9 @@ int Chapters(int argc, char** argv) {
 int Cover(int argc, char** argv) {
   if (argc != 3 || std::strcmp(argv[1], "-o") != 0) return Usage();
   const char* output = argv[2];
+  if (SameFile(output, argv[0])) return FailSameFile(output, argv[0]);
   Programme p;
-  if (std::int32_t rc = p.OpenReadOnly(argv[0]); rc != TMX_OK) return Fail(argv[0], rc);
+  if (!p.OpenReadOnly(argv[0])) return 1;
   std::uint32_t size = 0;
   std::int32_t rc = TMXGetMetadataInfo(p.get(), kCoverKey, 0, &size);
   if (rc == TMX_OK && size == 0) rc = TMX_ERR_NOT_FOUND;
@@ -302,16 +304,11 @@ int Cover(int argc, char** argv) {
   std::vector<std::uint8_t> jpeg(size);
   if (rc = TMXGetMetadata(p.get(), kCoverKey, jpeg.data(), size); rc != TMX_OK)
     return Fail(std::string(argv[0]) + ": cover picture", rc);
-  std::FILE* out = std::fopen(output, "wb");
-  if (!out) {
-    std::fprintf(stderr, "tmxtool: cannot create %s\n", output);
-    return 1;
-  }
-  const bool written = std::fwrite(jpeg.data(), 1, jpeg.size(), out) == jpeg.size();
-  if (std::fclose(out) != 0 || !written) {
-    std::remove(output);
+  OutputFile out;
+  if (!out.Create(output)) return 1;
+  if (std::fwrite(jpeg.data(), 1, jpeg.size(), out.file()) != jpeg.size())
     return Fail(output, TMX_ERR_WRITE);
-  }
+  if (!out.Commit()) return 1;
   std::printf("%u bytes written to %s\n", size, output);
   return 0;
 }

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "common.h"
 #include "tmxsdk.h"
 #include "writer/chapter_list.h"
 #include "writer/writer.h"
@@ -22,6 +23,7 @@ namespace {
 
 using tmx::writer::MetadataItem;
 using tmx::writer::TextItem;
+using tmxtool::Fail;
 
 // A TMXStream over a C FILE, for the input and the output of the command.
 struct StdioStream {
@@ -79,11 +81,6 @@ int Usage() {
                "                   [--brand tmx|m4b]\n"
                "                   [--frames-per-chunk N] [--plain]\n");
   return 2;
-}
-
-int Fail(const std::string& message) {
-  std::fprintf(stderr, "tmxtool mux: %s\n", message.c_str());
-  return 1;
 }
 
 // Fills `args`; false (after a message) on bad usage.
@@ -187,14 +184,17 @@ int Mux(int argc, char** argv) {
     if (std::strncmp(argv[i], "--legacy", 8) == 0) return MuxLegacy(argc, argv);
   Arguments args;
   if (!ParseArguments(argc, argv, &args)) return Usage();
+  for (const std::string* input : {&args.input, &args.chapters, &args.cover}) {
+    if (!input->empty() && tmxtool::SameFile(args.output, *input))
+      return tmxtool::FailSameFile(args.output, *input);
+  }
 
   tmx::writer::SideTracks side;
   if (!args.chapters.empty()) {
     std::string text, error;
-    if (!ReadFile(args.chapters, &text)) return Fail("cannot read " + args.chapters);
-    if (!tmx::writer::ParseChapterList(text, &side.chapters, &error)) {
-      return Fail(args.chapters + ": " + error);
-    }
+    if (!ReadFile(args.chapters, &text)) return Fail(args.chapters, "cannot be read");
+    if (!tmx::writer::ParseChapterList(text, &side.chapters, &error))
+      return Fail(args.chapters, error);
   }
   if (args.title) side.metadata.push_back(TextItem(tmx::writer::kItemTitle, *args.title));
   if (args.author) side.metadata.push_back(TextItem(tmx::writer::kItemAuthor, *args.author));
@@ -206,10 +206,9 @@ int Mux(int argc, char** argv) {
   }
   if (!args.cover.empty()) {
     std::string jpeg;
-    if (!ReadFile(args.cover, &jpeg)) return Fail("cannot read " + args.cover);
-    if (jpeg.size() < 4 || std::uint8_t(jpeg[0]) != 0xFF || std::uint8_t(jpeg[1]) != 0xD8) {
-      return Fail(args.cover + ": not a JPEG file");
-    }
+    if (!ReadFile(args.cover, &jpeg)) return Fail(args.cover, "cannot be read");
+    if (jpeg.size() < 4 || std::uint8_t(jpeg[0]) != 0xFF || std::uint8_t(jpeg[1]) != 0xD8)
+      return Fail(args.cover, "not a JPEG file");
     std::vector<std::uint8_t> bytes(jpeg.begin(), jpeg.end());
     // The cover is both the programme's picture and its cover item.
     side.pictures.push_back({0, 3, bytes});
@@ -219,23 +218,19 @@ int Mux(int argc, char** argv) {
     side.metadata.push_back(std::move(cover));
   }
 
+  if (!tmxtool::CheckInput(args.input.c_str())) return 1;
   std::FILE* in = std::fopen(args.input.c_str(), "rb");
-  if (!in) return Fail("cannot open " + args.input + ": " + std::strerror(errno));
-  std::FILE* out = std::fopen(args.output.c_str(), "w+b");
-  if (!out) {
-    const int err = errno;
+  if (!in) return Fail(args.input, tmxtool::SystemError(errno));
+  tmxtool::OutputFile out;
+  if (!out.Create(args.output)) {
     std::fclose(in);
-    return Fail("cannot create " + args.output + ": " + std::strerror(err));
+    return 1;
   }
   StdioStream input(in);
-  StdioStream output(out);
+  StdioStream output(out.file());
   const std::int32_t rc =
       tmx::writer::WriteProgrammeFromAdts(&input.base, side, args.options, &output.base);
   std::fclose(in);
-  const bool closed = std::fclose(out) == 0;
-  if (rc != TMX_OK || !closed) {
-    std::remove(args.output.c_str());
-    return Fail(args.input + ": " + (rc != TMX_OK ? Describe(rc) : "writing failed"));
-  }
-  return 0;
+  if (rc != TMX_OK) return Fail(rc == TMX_ERR_WRITE ? args.output : args.input, Describe(rc));
+  return out.Commit() ? 0 : 1;
 }

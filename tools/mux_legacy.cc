@@ -18,6 +18,7 @@
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+using tmxtool::Fail;
 
 struct Args {
   int mode = 0;  // 3 (8 kHz) or 4 (16 kHz)
@@ -115,38 +116,38 @@ bool ParseArgs(int argc, char** argv, Args* a) {
   return a->mode != 0 && !a->input.empty() && !a->output.empty();
 }
 
-int Fail(const std::string& message) {
-  std::fprintf(stderr, "tmxtool mux: %s\n", message.c_str());
-  return 1;
-}
-
 }  // namespace
 
 int MuxLegacy(int argc, char** argv) {
   Args a;
   if (!ParseArgs(argc, argv, &a)) return Usage();
+  for (const std::string* input : {&a.input, &a.chapters, &a.cover}) {
+    if (!input->empty() && tmxtool::SameFile(a.output, *input))
+      return tmxtool::FailSameFile(a.output, *input);
+  }
   const std::uint32_t rate = a.mode == 3 ? 8000 : 16000;
+  if (!tmxtool::CheckInput(a.input.c_str())) return 1;
   Bytes wav;
-  if (!ReadFile(a.input, &wav)) return Fail("cannot read " + a.input);
+  if (!ReadFile(a.input, &wav)) return Fail(a.input, "cannot be read");
   std::vector<std::int16_t> pcm;
-  if (std::string error = ReadWav(wav, rate, &pcm); !error.empty())
-    return Fail(a.input + ": " + error);
+  if (std::string error = ReadWav(wav, rate, &pcm); !error.empty()) return Fail(a.input, error);
 
   tmx::writer::LegacyProgramme programme;
   const std::uint16_t codec =
       a.mode == 3 ? tmx::writer::kLegacyCodecSpeech8 : tmx::writer::kLegacyCodecSpeech16;
-  if (tmx::writer::EncodeSpeech(codec, pcm, &programme) != TMX_OK) return Fail("out of memory");
+  if (std::int32_t rc = tmx::writer::EncodeSpeech(codec, pcm, &programme); rc != TMX_OK)
+    return Fail(a.input, rc);
   const std::uint64_t samples = a.mode == 3 ? 144 : 160;  // a packet's samples
-  if (programme.frames.empty()) return Fail(a.input + ": no audio");
+  if (programme.frames.empty()) return Fail(a.input, "no audio");
 
   if (!a.chapters.empty()) {
     Bytes text;
     std::vector<tmx::writer::Chapter> chapters;
     std::string error;
-    if (!ReadFile(a.chapters, &text)) return Fail("cannot read " + a.chapters);
+    if (!ReadFile(a.chapters, &text)) return Fail(a.chapters, "cannot be read");
     if (!tmx::writer::ParseChapterList({reinterpret_cast<const char*>(text.data()), text.size()},
                                        &chapters, &error))
-      return Fail(a.chapters + ": " + error);
+      return Fail(a.chapters, error);
     // Chapters are stored as lengths in frames.
     const std::uint64_t total = programme.frames.size();
     std::vector<std::uint64_t> starts;
@@ -159,32 +160,28 @@ int MuxLegacy(int argc, char** argv) {
     }
   }
   if (!a.cover.empty() && !ReadFile(a.cover, &programme.cover))
-    return Fail("cannot read " + a.cover);
+    return Fail(a.cover, "cannot be read");
   for (const auto& [name, value] : a.tags)
     programme.dictionary.push_back({name, Bytes(value.begin(), value.end())});
 
-  std::FILE* out = std::fopen(a.output.c_str(), "wb");
-  if (!out) return Fail("cannot create " + a.output);
-  std::fclose(out);
+  // The library's file stream writes the temporary file by its path.
+  tmxtool::OutputFile out;
+  if (!out.Create(a.output)) return 1;
   std::vector<wchar_t> wide;
-  if (!tmxtool::ToWide(a.output.c_str(), wide)) return Fail("bad output path");
+  if (!tmxtool::ToWide(out.temporaryPath().c_str(), wide) || wide.size() > TMX_PATH_CAPACITY)
+    return Fail(a.output, "the path is too long or not valid text in this locale");
   TMXFileStream* fs = static_cast<TMXFileStream*>(std::calloc(1, sizeof(TMXFileStream)));
-  if (!fs || wide.size() > TMX_PATH_CAPACITY) {
-    std::free(fs);
-    return Fail("bad output path");
-  }
+  if (!fs) return Fail(a.output, TMX_ERR_MEMORY);
   std::wmemcpy(fs->path, wide.data(), wide.size());
   TMXStream* stream = TMXInitIOStream(reinterpret_cast<TMXStream*>(fs), nullptr);
-  if (stream->ops->Open(stream, TMX_STREAM_READ_WRITE) != TMX_OK) {
+  if (std::int32_t rc = stream->ops->Open(stream, TMX_STREAM_READ_WRITE); rc != TMX_OK) {
     std::free(fs);
-    return Fail("cannot open " + a.output);
+    return Fail(a.output, rc);
   }
   const std::int32_t rc = tmx::writer::WriteLegacyProgramme(programme, stream);
-  stream->ops->Close(stream);
-  if (rc != TMX_OK) {
-    std::remove(a.output.c_str());
-    return tmxtool::Fail(a.output, rc);
-  }
+  stream->ops->Close(stream);  // frees the stream too
+  if (rc != TMX_OK) return Fail(a.output, rc);
+  if (!out.Commit()) return 1;
   std::printf("%zu packets written to %s\n", programme.frames.size(), a.output.c_str());
   return 0;
 }

@@ -58,13 +58,14 @@ enum class StreamOwner { kCaller, kLibrary };
 std::int32_t OpenFile(TMXFile** out, TMXStream* stream, TMXStream* positionStream,
                       StreamOwner owner) noexcept {
   if (!out) return TMX_ERR_HANDLE;
+  // A failed open leaves a null handle, never one that was freed.
+  *out = nullptr;
   if (!stream || !HasRequiredOps(stream)) return TMX_ERR_STREAM_OPS;
   auto* file = AllocObject<TMXFile>();
   if (!file) {
     if (owner == StreamOwner::kLibrary) DisposeFileStream(stream);
     return TMX_ERR_MEMORY;
   }
-  *out = file;
 
   if (std::int32_t rc = OpenContainer(file, stream); rc != 0) {
     // A stream the library made itself is freed even when it never opened.
@@ -82,6 +83,7 @@ std::int32_t OpenFile(TMXFile** out, TMXStream* stream, TMXStream* positionStrea
   file->positionStream = positionStream;
   file->ownsPositionStream = owner == StreamOwner::kLibrary;
   file->positionLoaded = 0;
+  *out = file;
   return TMX_OK;
 }
 
@@ -128,6 +130,7 @@ TMX_API std::int32_t TMXOpenFile(TMXFile** file, TMXStream* stream,
 
 TMX_API std::int32_t TMXOpenFileWinW(TMXFile** file, const wchar_t* path) noexcept {
   if (!file) return TMX_ERR_HANDLE;
+  *file = nullptr;
   if (!path) return TMX_ERR_ARGUMENT;
   TMXStream* input = MakeFileStream(path, /*writable=*/false);
   if (!input) return TMX_ERR_FILE;

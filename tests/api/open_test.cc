@@ -17,6 +17,10 @@ namespace {
 using test::Bytes;
 using test::MemoryStream;
 
+// What a handle holds before an open: a failed open must overwrite it with
+// null, so that a caller who closes it does not free it a second time.
+TMXFile* const kStale = reinterpret_cast<TMXFile*>(alignof(TMXFile));
+
 std::vector<std::uint8_t> TmxHeader() {
   return Bytes().u32(16).fourcc("ftyp").fourcc("tmx ").u32(0).zeros(16).take();
 }
@@ -83,8 +87,9 @@ TEST_F(OpenTest, EachRequiredOperationIsChecked) {
     MemoryStream m(TmxHeader());
     c(m.ops());
     std::uint64_t allocations = testing::AllocationCount();
-    TMXFile* file = nullptr;
+    TMXFile* file = kStale;
     EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_ERR_STREAM_OPS);
+    EXPECT_EQ(file, nullptr);
     EXPECT_EQ(testing::AllocationCount(), allocations) << "allocated before the check";
     EXPECT_EQ(m.closes(), 0);
   }
@@ -109,8 +114,9 @@ TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
   };
   for (const auto& [bytes, expected] : cases) {
     MemoryStream m(bytes);
-    TMXFile* file = nullptr;
+    TMXFile* file = kStale;
     EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), expected);
+    EXPECT_EQ(file, nullptr);
     EXPECT_EQ(m.opens(), 1);
     EXPECT_EQ(m.last_open_mode(), TMX_STREAM_READ);
     EXPECT_EQ(m.closes(), 1);
@@ -204,7 +210,7 @@ TEST_F(OpenTest, AllocationFailureAtEveryStepOfOpen) {
   bool opened = false;
   for (std::uint64_t k = 1; !opened && k < 64; ++k) {
     MemoryStream m(TmxHeader());
-    TMXFile* file = nullptr;
+    TMXFile* file = kStale;
     testing::FailAllocation(k);
     std::int32_t rc = TMXOpenFile(&file, m.stream(), nullptr);
     testing::FailAllocation(0);
@@ -213,6 +219,7 @@ TEST_F(OpenTest, AllocationFailureAtEveryStepOfOpen) {
       EXPECT_EQ(TMXCloseFile(file), TMX_OK);
     } else {
       EXPECT_EQ(rc, TMX_ERR_MEMORY) << "allocation " << k;
+      EXPECT_EQ(file, nullptr) << "allocation " << k;
       // A failure before the record exists leaves the caller's stream alone.
       EXPECT_LE(m.closes(), 1);
     }
@@ -228,11 +235,14 @@ class OpenPathTest : public OpenTest {
 };
 
 TEST_F(OpenPathTest, ArgumentsAndMissingFiles) {
-  TMXFile* file = nullptr;
+  TMXFile* file = kStale;
   EXPECT_EQ(TMXOpenFileWinW(nullptr, L"x"), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXOpenFileWinW(&file, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(file, nullptr);
   auto missing = (dir_.path() / "missing.tmx").wstring();
+  file = kStale;
   EXPECT_EQ(TMXOpenFileWinW(&file, missing.c_str()), TMX_ERR_FILE);
+  EXPECT_EQ(file, nullptr);
   EXPECT_FALSE(std::filesystem::exists(dir_.path() / "missing.pos"));
 }
 
@@ -245,7 +255,9 @@ TEST_F(OpenPathTest, PathsOf260CharactersAreRefused) {
   EXPECT_EQ(TMXOpenFileWinW(&file, longPath.c_str()), TMX_ERR_FILE);
   // ... 260 do not even make a stream.
   longPath += L'a';
+  file = kStale;
   EXPECT_EQ(TMXOpenFileWinW(&file, longPath.c_str()), TMX_ERR_FILE);
+  EXPECT_EQ(file, nullptr);
 }
 
 TEST_F(OpenPathTest, OpensRealFilesAndFreesBothStreams) {
@@ -265,8 +277,9 @@ TEST_F(OpenPathTest, OpensRealFilesAndFreesBothStreams) {
 
 TEST_F(OpenPathTest, RefusedFilesFreeBothStreams) {
   auto path = dir_.Write("noise.tmx", std::string(64, 'x')).wstring();
-  TMXFile* file = nullptr;
+  TMXFile* file = kStale;
   EXPECT_EQ(TMXOpenFileWinW(&file, path.c_str()), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(file, nullptr);
   auto tiny = dir_.Write("tiny.tmx", std::string(15, 'x')).wstring();
   EXPECT_EQ(TMXOpenFileWinW(&file, tiny.c_str()), TMX_ERR_UNSUPPORTED);
 }
@@ -277,7 +290,7 @@ TEST_F(OpenPathTest, AllocationFailureAtEveryStep) {
   auto path = dir_.Write("book.tmx", std::string(bytes.begin(), bytes.end())).wstring();
   bool opened = false;
   for (std::uint64_t k = 1; k < 64 && !opened; ++k) {
-    TMXFile* file = nullptr;
+    TMXFile* file = kStale;
     testing::FailAllocation(k);
     std::int32_t rc = TMXOpenFileWinW(&file, path.c_str());
     testing::FailAllocation(0);
@@ -287,6 +300,7 @@ TEST_F(OpenPathTest, AllocationFailureAtEveryStep) {
       EXPECT_EQ(TMXCloseFile(file), TMX_OK);
     } else {
       EXPECT_TRUE(rc == TMX_ERR_MEMORY || rc == TMX_ERR_FILE) << rc;
+      EXPECT_EQ(file, nullptr) << "allocation " << k;
     }
     EXPECT_EQ(testing::LiveAllocations(), liveBefore_) << "allocation " << k;
   }

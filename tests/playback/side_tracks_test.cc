@@ -66,7 +66,9 @@ std::string Title(TMXFile* f, const TMXFrameInfo& record, std::uint32_t capacity
   const Guarded o = ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
     return TMXGetChapterText(f, &record, b, n);
   });
-  return o.rc == TMX_OK ? UpToZero(o.bytes) : "<" + std::to_string(o.rc) + ">";
+  if (o.rc == TMX_OK) return UpToZero(o.bytes);
+  // Appended, not "<" + ...: GCC 12 at -O3 warns falsely on that form.
+  return std::string("<").append(std::to_string(o.rc)) + ">";
 }
 
 Guarded Link(TMXFile* f, const TMXFrameInfo& record, std::uint32_t capacity) {

@@ -119,9 +119,12 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> ChunksOf(const TrackSpec& t
 ByteVec Stbl(const ProgrammeSpec& plan, const TrackSpec& t,
              const std::vector<std::uint32_t>& offsets) {
   ByteVec stsd;
+  const ByteVec entry = SampleEntry(plan, t.entry);
+  const ByteVec png = t.pngFirst ? SampleEntry(plan, "png ") : ByteVec();
+  stsd.reserve(4 + png.size() + entry.size());
   Put32(stsd, t.pngFirst ? 2 : 1);
-  if (t.pngFirst) Append(stsd, SampleEntry(plan, "png "));
-  Append(stsd, SampleEntry(plan, t.entry));
+  Append(stsd, png);
+  Append(stsd, entry);
   ByteVec stts;
   auto sttsEntries = SttsOf(t);
   Put32(stts, std::uint32_t(sttsEntries.size()));
@@ -208,6 +211,9 @@ ByteVec Be32(std::uint32_t v) {
 ByteVec Atom(const std::string& type, const ByteVec& payload) {
   if (type.size() != 4) throw std::invalid_argument("atom type must have four characters");
   ByteVec b;
+  // Sized up front, here and below: growing a few bytes at a time and then
+  // inserting a range draws false overflow warnings from GCC 12 at -O3.
+  b.reserve(payload.size() + 8);
   Put32(b, std::uint32_t(payload.size() + 8));
   b.insert(b.end(), type.begin(), type.end());
   Append(b, payload);
@@ -304,6 +310,7 @@ std::vector<ByteVec> MakeFrames(std::uint32_t n, std::uint32_t baseSize) {
 
 ByteVec TextSample(const std::string& text) {
   ByteVec b;
+  b.reserve(text.size() + 2);
   Put16(b, std::uint16_t(text.size()));
   b.insert(b.end(), text.begin(), text.end());
   return b;

@@ -1,10 +1,14 @@
 // tmxtool end to end: mux an ADTS file, extract it again, keep a position.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
+#include "support/run_tool.h"
 #include "support/temp_dir.h"
 #include "support/test_data.h"
 
@@ -14,11 +18,20 @@ using Bytes = std::vector<std::uint8_t>;
 using tmx::test::ReadFileBytes;
 using tmx::test::ReadFileText;
 using tmx::test::SplitAdts;
+using tmx::test::ToolRun;
 
-int Tool(const std::string& arguments, const std::string& output = "/dev/null") {
-  const std::string command =
-      std::string(TMXTOOL_PATH) + " " + arguments + " > " + output + " 2>&1";
-  return std::system(command.c_str());
+ToolRun Tmxtool(const std::string& arguments) {
+  return tmx::test::RunTool(TMXTOOL_PATH, arguments);
+}
+
+// The exit status alone, for steps that must succeed.
+int Tool(const std::string& arguments) { return Tmxtool(arguments).status; }
+
+// Bad usage: exit status 2 and the usage text.
+void ExpectUsage(const std::string& arguments) {
+  const ToolRun r = Tmxtool(arguments);
+  EXPECT_EQ(r.status, 2) << arguments;
+  EXPECT_EQ(r.err.rfind("usage: tmxtool info PROGRAMME [--json]\n", 0), 0u) << r.err;
 }
 
 class Cli : public ::testing::TestWithParam<const char*> {
@@ -61,16 +74,15 @@ TEST(CliPosition, SetThenShowThroughThePositionFile) {
   tmx::test::TempDir dir;
   const std::string book = (dir.path() / "book.tmx").string();
   ASSERT_EQ(Tool("mux " + std::string(TMX_TEST_DATA_DIR) + "/speech_mono_22050.aac -o " + book), 0);
-  const std::string shown = (dir.path() / "shown.txt").string();
-  ASSERT_EQ(Tool("position " + book + " --set 2000", shown), 0);
+  ASSERT_EQ(Tool("position " + book + " --set 2000"), 0);
   EXPECT_TRUE(std::ifstream((dir.path() / "book.pos").string()).good());
-  ASSERT_EQ(Tool("position " + book, shown), 0);
-  std::ifstream text(shown);
-  const std::string line((std::istreambuf_iterator<char>(text)), {});
-  EXPECT_NE(line.find("position: 0:00:01."), std::string::npos) << line;
-  EXPECT_NE(Tool("position " + book + " --set 99999999"), 0);
-  EXPECT_NE(Tool("extract " + book), 0);
-  EXPECT_NE(Tool("info " + (dir.path() / "missing.tmx").string()), 0);
+  const ToolRun shown = Tmxtool("position " + book);
+  ASSERT_EQ(shown.status, 0) << shown.err;
+  EXPECT_NE(shown.out.find("position: 0:00:01."), std::string::npos) << shown.out;
+  const ToolRun far = Tmxtool("position " + book + " --set 99999999");
+  EXPECT_EQ(far.status, 1);
+  EXPECT_EQ(far.err, "tmxtool: " + book + ": seek: seek target out of range (-21)\n");
+  ExpectUsage("extract " + book);
 }
 
 // Tags, cover and chapters given to mux come back through info, cover and
@@ -87,8 +99,9 @@ TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
                  " --title 'Das \u201EBuch\u201C' --author 'A. \"Q\" Author'"),
             0);
 
-  ASSERT_EQ(Tool("info --json " + path("book.tmx"), path("info.json")), 0);
-  const std::string json = ReadFileText(path("info.json"));
+  const ToolRun info = Tmxtool("info --json " + path("book.tmx"));
+  ASSERT_EQ(info.status, 0) << info.err;
+  const std::string& json = info.out;
   for (const std::string& fragment : {
            std::string("\"title\": \"Das \u201EBuch\u201C\""),
            std::string("\"author\": \"A. \\\"Q\\\" Author\""),
@@ -104,8 +117,9 @@ TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
   EXPECT_EQ(json.front(), '{');
   EXPECT_EQ(json.substr(json.size() - 2), "}\n");
 
-  ASSERT_EQ(Tool("info " + path("book.tmx"), path("info.txt")), 0);
-  const std::string text = ReadFileText(path("info.txt"));
+  const ToolRun shown = Tmxtool("info " + path("book.tmx"));
+  ASSERT_EQ(shown.status, 0) << shown.err;
+  const std::string& text = shown.out;
   EXPECT_NE(text.find("author: A. \"Q\" Author\n"), std::string::npos) << text;
   EXPECT_NE(text.find("cover: 16 bytes\n"), std::string::npos) << text;
   EXPECT_NE(text.find("chapter 3: 0:02:00.0"), std::string::npos) << text;
@@ -114,23 +128,194 @@ TEST(CliMetadata, MuxedTagsCoverAndChaptersComeBack) {
   EXPECT_EQ(ReadFileText(path("out.jpg")), cover);
 
   // Start times come back rounded to whole frames (1.5 s is frame 32).
-  ASSERT_EQ(Tool("chapters " + path("book.tmx"), path("list.txt")), 0);
-  const std::string list = ReadFileText(path("list.txt"));
+  const ToolRun listed = Tmxtool("chapters " + path("book.tmx"));
+  ASSERT_EQ(listed.status, 0) << listed.err;
+  const std::string& list = listed.out;
+  dir.Write("list.txt", list);
   EXPECT_EQ(list,
             "0:00:00.000 Anfang\n0:00:01.486 Zweites \"\xC3\x9C\" \\ Kapitel\n0:02:00.000 Third\n");
   ASSERT_EQ(Tool("mux " + audio + " -o " + path("again.tmx") + " --chapters " + path("list.txt")),
             0);
-  ASSERT_EQ(Tool("chapters " + path("again.tmx"), path("again.txt")), 0);
-  EXPECT_EQ(ReadFileText(path("again.txt")), list);
+  EXPECT_EQ(Tmxtool("chapters " + path("again.tmx")).out, list);
 
   // A programme without a cover, and bad usage.
-  EXPECT_NE(Tool("cover " + path("again.tmx") + " -o " + path("none.jpg")), 0);
-  EXPECT_FALSE(std::ifstream(path("none.jpg")).good());
-  EXPECT_NE(Tool("cover " + path("book.tmx")), 0);
-  EXPECT_NE(Tool("chapters"), 0);
-  EXPECT_NE(Tool("info " + path("book.tmx") + " --yaml"), 0);
-  ASSERT_EQ(Tool("info --json " + path("again.tmx"), path("bare.json")), 0);
-  EXPECT_NE(ReadFileText(path("bare.json")).find("\"cover\": null"), std::string::npos);
+  const ToolRun none = Tmxtool("cover " + path("again.tmx") + " -o " + path("none.jpg"));
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.err, "tmxtool: " + path("again.tmx") +
+                          ": cover picture: the container is inconsistent or information is "
+                          "missing (-7)\n");
+  EXPECT_FALSE(std::filesystem::exists(path("none.jpg")));
+  for (const std::string& usage : {"cover " + path("book.tmx"), std::string("chapters"),
+                                   "info " + path("book.tmx") + " --yaml"})
+    ExpectUsage(usage);
+  EXPECT_NE(Tmxtool("info --json " + path("again.tmx")).out.find("\"cover\": null"),
+            std::string::npos);
 }
+
+namespace bad_input {
+
+// Files no command can take as a programme, made in a fresh folder.
+struct BadInput {
+  const char* name;
+  const char* file;
+  const char* cause;   // as the one line on stderr gives it
+  const char* ffmpeg;  // the arguments that make the file, or null
+};
+
+const BadInput kBadInputs[] = {
+    {"Missing", "missing.tmx", "no such file or directory", nullptr},
+    {"Directory", "folder.tmx", "is a directory", nullptr},
+    {"Empty", "empty.tmx", "not a file this library can open (-8)", nullptr},
+    {"Truncated", "cut.tmx", "the container is inconsistent or information is missing (-7)",
+     nullptr},
+    {"Wav", "tone.wav", "not a file this library can open (-8)", nullptr},
+    {"OrdinaryM4b", "tone.m4b", "not a file this library can open (-8)",
+     "-f lavfi -i sine=d=1 -c:a aac"},
+    {"Mp3", "tone.mp3", "not a file this library can open (-8)", "-f lavfi -i sine=d=1"},
+};
+
+// Every command that takes a programme; OUT is an output in the folder.
+const char* const kCommands[] = {
+    "info PROGRAMME",
+    "info PROGRAMME --json",
+    "chapters PROGRAMME",
+    "cover PROGRAMME -o OUT",
+    "extract PROGRAMME -o OUT",
+    "decode PROGRAMME -o OUT",
+    "position PROGRAMME",
+    "position PROGRAMME --set 1000",
+    "bookmarks PROGRAMME list",
+    "bookmarks PROGRAMME add 1000",
+    "bookmarks PROGRAMME delete 1",
+    "bookmarks PROGRAMME seek 1",
+};
+
+std::string Replace(std::string text, const std::string& from, const std::string& to) {
+  if (const std::size_t at = text.find(from); at != std::string::npos)
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+// A mono 16-bit WAV file of eight silent samples at 8 kHz.
+std::string SilentWav() {
+  return std::string(
+             "RIFF\x34\0\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0\x40\x1f\0\0"
+             "\x80\x3e\0\0\x02\0\x10\0data\x10\0\0\0",
+             44) +
+         std::string(16, '\0');
+}
+
+std::vector<std::string> Listing(const std::filesystem::path& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class CliBadInput : public ::testing::TestWithParam<BadInput> {
+ protected:
+  // Makes the input at `path`; skips the test when it cannot be made here.
+  void Make(const BadInput& input, const std::string& path) {
+    const std::string name = input.file;
+    if (name == "folder.tmx") {
+      std::filesystem::create_directory(path);
+    } else if (name == "empty.tmx") {
+      dir_.Write(name, "");
+    } else if (name == "cut.tmx") {
+      // The programme's index comes after its audio: half of it is gone.
+      const std::string whole = (dir_.path() / "whole.tmx").string();
+      ASSERT_EQ(
+          Tool("mux " + std::string(TMX_TEST_DATA_DIR) + "/speech_mono_16000.aac -o " + whole), 0);
+      const std::string bytes = ReadFileText(whole);
+      std::filesystem::remove(whole);
+      dir_.Write(name, bytes.substr(0, bytes.size() / 2));
+    } else if (name == "tone.wav") {
+      dir_.Write(name, SilentWav());
+    } else if (input.ffmpeg) {
+      if (std::system("ffmpeg -version > /dev/null 2>&1") != 0)
+        GTEST_SKIP() << "ffmpeg is not installed, so no " << name << " can be made";
+      ASSERT_EQ(
+          std::system(("ffmpeg -nostdin -loglevel error " + std::string(input.ffmpeg) + " " + path)
+                          .c_str()),
+          0);
+    }
+  }
+  tmx::test::TempDir dir_;
+};
+
+// Each command exits with status 1 (no crash) and one line naming the file
+// and the cause, and leaves nothing behind in the folder: no output, no
+// temporary file, no position file.
+TEST_P(CliBadInput, EveryCommandFailsWithOneLine) {
+  const BadInput& input = GetParam();
+  const std::string path = (dir_.path() / input.file).string();
+  Make(input, path);
+  if (IsSkipped() || HasFatalFailure()) return;
+  const std::vector<std::string> before = Listing(dir_.path());
+  for (const char* command : kCommands) {
+    const std::string arguments =
+        Replace(Replace(command, "PROGRAMME", path), "OUT", (dir_.path() / "out").string());
+    const ToolRun r = Tmxtool(arguments);
+    EXPECT_EQ(r.status, 1) << arguments;
+    EXPECT_EQ(r.err, "tmxtool: " + path + ": " + input.cause + "\n") << arguments;
+    EXPECT_EQ(r.out, "") << arguments;
+    EXPECT_EQ(Listing(dir_.path()), before) << arguments;
+  }
+}
+
+// An output that names one of the command's inputs, under any spelling, is
+// refused before anything is written; a failed command keeps an existing
+// output as it was and leaves no temporary file.
+TEST(CliOutput, InputsAreNeverOverwritten) {
+  tmx::test::TempDir dir;
+  auto path = [&](const std::string& name) { return (dir.path() / name).string(); };
+  const std::string aac = ReadFileText(std::string(TMX_TEST_DATA_DIR) + "/speech_mono_16000.aac");
+  dir.Write("book.aac", aac);
+  dir.Write("old.tmx", "an earlier programme");
+  dir.Write("tone.wav", SilentWav());
+  ASSERT_EQ(Tool("mux " + path("book.aac") + " -o " + path("book.tmx")), 0);
+  const std::vector<std::string> names = Listing(dir.path());
+  std::vector<std::string> contents;
+  for (const std::string& name : names) contents.push_back(ReadFileText(path(name)));
+
+  const std::string same = ": the output is the same file as the input\n";
+  const struct {
+    std::string arguments;
+    std::string err;
+  } cases[] = {
+      {"mux BOOK.aac -o BOOK.aac", "tmxtool: BOOK.aac" + same},
+      {"mux BOOK.aac -o DIR/./book.aac",
+       "tmxtool: DIR/./book.aac: the output is the same file as the input BOOK.aac\n"},
+      {"mux BOOK.aac -o BOOK.tmx --chapters BOOK.tmx", "tmxtool: BOOK.tmx" + same},
+      {"mux --legacy=8k DIR/tone.wav -o DIR/tone.wav", "tmxtool: DIR/tone.wav" + same},
+      {"extract BOOK.tmx -o BOOK.tmx", "tmxtool: BOOK.tmx" + same},
+      {"decode BOOK.tmx -o BOOK.tmx", "tmxtool: BOOK.tmx" + same},
+      {"cover BOOK.tmx -o BOOK.tmx", "tmxtool: BOOK.tmx" + same},
+      // Not ADTS: the earlier file stays.
+      {"mux DIR/tone.wav -o DIR/old.tmx",
+       "tmxtool: DIR/tone.wav: the input is not an ADTS stream this tool can take\n"},
+  };
+  for (const auto& c : cases) {
+    const auto expand = [&](std::string text) {
+      for (std::size_t at; (at = text.find("BOOK")) != std::string::npos;)
+        text.replace(at, 4, path("book"));
+      for (std::size_t at; (at = text.find("DIR")) != std::string::npos;)
+        text.replace(at, 3, dir.path().string());
+      return text;
+    };
+    const ToolRun r = Tmxtool(expand(c.arguments));
+    EXPECT_EQ(r.status, 1) << c.arguments;
+    EXPECT_EQ(r.err, expand(c.err)) << c.arguments;
+    ASSERT_EQ(Listing(dir.path()), names) << c.arguments;
+    for (std::size_t i = 0; i < names.size(); ++i)
+      EXPECT_EQ(ReadFileText(path(names[i])), contents[i]) << c.arguments << ": " << names[i];
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Inputs, CliBadInput, ::testing::ValuesIn(kBadInputs),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace bad_input
 
 }  // namespace

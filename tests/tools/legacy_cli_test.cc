@@ -3,22 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 
+#include "support/run_tool.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+using tmx::test::ToolRun;
 
-int Tool(const std::string& arguments, const std::string& output = "/dev/null") {
-  const std::string command =
-      std::string(TMXTOOL_PATH) + " " + arguments + " > " + output + " 2>&1";
-  return std::system(command.c_str());
-}
+ToolRun Tool(const std::string& arguments) { return tmx::test::RunTool(TMXTOOL_PATH, arguments); }
 
 Bytes ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -62,18 +60,18 @@ TEST(LegacyCli, MuxInfoDecodeForBothRates) {
     const std::string wav = (dir.path() / "in.wav").string();
     const std::string book = (dir.path() / "book.tmx").string();
     const std::string out = (dir.path() / "out.wav").string();
-    const std::string shown = (dir.path() / "info.txt").string();
     WriteWav(wav, rate, 2.0);
     ASSERT_EQ(Tool(std::string("mux --legacy=") + mode + " " + wav + " -o " + book +
-                   " --title Clock --product-id p1"),
+                   " --title Clock --product-id p1")
+                  .status,
               0);
-    ASSERT_EQ(Tool("info " + book, shown), 0);
-    const Bytes text = ReadFile(shown);
-    const std::string info(text.begin(), text.end());
+    const ToolRun shown = Tool("info " + book);
+    ASSERT_EQ(shown.status, 0) << shown.err;
+    const std::string& info = shown.out;
     EXPECT_NE(info.find("file type: " + std::to_string(code)), std::string::npos) << info;
     EXPECT_NE(info.find("title: Clock"), std::string::npos) << info;
     EXPECT_NE(info.find("sample rate: " + std::to_string(rate)), std::string::npos) << info;
-    ASSERT_EQ(Tool("decode " + book + " -o " + out), 0);
+    ASSERT_EQ(Tool("decode " + book + " -o " + out).status, 0);
     // About the input's length, whole packets, and not silent.
     const Bytes pcm = ReadFile(out);
     ASSERT_GT(pcm.size(), 44u);
@@ -86,11 +84,17 @@ TEST(LegacyCli, MuxInfoDecodeForBothRates) {
     }
     EXPECT_GT(energy / ((pcm.size() - 44) / 2), 1e5);
   }
-  // Input at another rate is refused with a hint.
-  WriteWav((dir.path() / "44k.wav").string(), 44100, 0.2);
-  EXPECT_NE(Tool("mux --legacy=8k " + (dir.path() / "44k.wav").string() + " -o " +
-                 (dir.path() / "x.tmx").string()),
-            0);
+  // Input at another rate is refused with a hint, and nothing is written.
+  const std::string wav44 = (dir.path() / "44k.wav").string();
+  WriteWav(wav44, 44100, 0.2);
+  const ToolRun refused =
+      Tool("mux --legacy=8k " + wav44 + " -o " + (dir.path() / "x.tmx").string());
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.err,
+            "tmxtool: " + wav44 +
+                ": the WAV file must be sampled at 8000 Hz (for example: sox IN.wav -r "
+                "8000 -c 1 OUT.wav)\n");
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "x.tmx"));
 }
 
 }  // namespace

@@ -22,6 +22,7 @@ std::vector<std::uint8_t> AdtsFrame(std::uint32_t payload, std::uint8_t fill, bo
                                  std::uint8_t(length >> 3),
                                  std::uint8_t(((length & 7) << 5) | 0x1F),
                                  std::uint8_t(0xFC | blocks)};
+  f.reserve(length);
   if (crc) {
     f.push_back(0xAB);
     f.push_back(0xCD);

@@ -9,7 +9,7 @@ build="${1:-$root/build-speech-training}"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 "$root/tools/speech_training/make_speech.sh" "$work" train
-cmake -S "$root" -B "$build" -G Ninja -DTMX_BUILD_TESTS=OFF >/dev/null
+cmake -S "$root" -B "$build" -G Ninja -DBUILD_TESTING=OFF >/dev/null
 ninja -C "$build" -j2 train_speech_codebooks
 "$build/tools/speech_training/train_speech_codebooks" "$work/train8k.s16" "$work/train16k.s16" \
   "$root/src/codec/speech/speech_tables.cc"
