@@ -1,3 +1,5 @@
+#include "metadata/metadata.h"
+
 #include "metadata/queries.h"
 
 #include "container/format_handler.h"
@@ -34,7 +36,8 @@ std::int32_t DeliverText(TMXFile* file, std::uint32_t offset, std::uint32_t size
   Owned<std::uint8_t> work(AllocArray<std::uint8_t>(std::size_t(size) + 2));
   if (!work) return TMX_ERR_MEMORY;
   TMX_RETURN_IF_ERROR(ReadValue(file, offset, {work.get(), size}));
-  return ConvertText({work.get(), std::size_t(size) + 2}, kind, file->reader.unicodeFormat, out, capacity);
+  return ConvertText({work.get(), std::size_t(size) + 2}, kind, file->reader.unicodeFormat, out,
+                     capacity);
 }
 
 std::uint32_t NeededSize(std::uint32_t n, std::uint32_t kind, std::uint32_t format) noexcept {
@@ -79,16 +82,16 @@ std::int32_t Fetch(TMXFile* f, std::uint32_t chapter, std::uint32_t key, bool ra
 
 }  // namespace
 
-extern "C" {
+namespace tmx::metadata {
 
-TMX_API std::int32_t TMXSetMetadataLocale(TMXFile* f, std::uint32_t locale) noexcept {
+std::int32_t SetMetadataLocale(TMXFile* f, std::uint32_t locale) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   f->metadataLocale = locale;
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetMetadataLocaleList(TMXFile* f, std::uint32_t* locales,
-                                              std::uint32_t* count) noexcept {
+std::int32_t GetMetadataLocaleList(TMXFile* f, std::uint32_t* locales,
+                                   std::uint32_t* count) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!locales || !count) return TMX_ERR_ARGUMENT;
   TMXStream* s = f->stream;
@@ -98,15 +101,15 @@ TMX_API std::int32_t TMXGetMetadataLocaleList(TMXFile* f, std::uint32_t* locales
   return rc;
 }
 
-TMX_API std::int32_t TMXGetMetadataInfo(TMXFile* f, std::uint32_t key, std::uint32_t locale,
-                                        std::uint32_t* size) noexcept {
+std::int32_t GetMetadataInfo(TMXFile* f, std::uint32_t key, std::uint32_t locale,
+                             std::uint32_t* size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!size) return TMX_ERR_ARGUMENT;
   return Info(f, kFileLevel, key, locale, size);
 }
 
-TMX_API std::int32_t TMXGetChapterMetadataInfo(TMXFile* f, std::uint32_t chapter, std::uint32_t key,
-                                               std::uint32_t locale, std::uint32_t* size) noexcept {
+std::int32_t GetChapterMetadataInfo(TMXFile* f, std::uint32_t chapter, std::uint32_t key,
+                                    std::uint32_t locale, std::uint32_t* size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!size) return TMX_ERR_ARGUMENT;
   if (chapter >= f->chapterCount) {
@@ -116,23 +119,22 @@ TMX_API std::int32_t TMXGetChapterMetadataInfo(TMXFile* f, std::uint32_t chapter
   return Info(f, chapter, key, locale, size);
 }
 
-TMX_API std::int32_t TMXGetMetadata(TMXFile* f, std::uint32_t key, std::uint8_t* buffer,
-                                    std::uint32_t size) noexcept {
+std::int32_t GetMetadata(TMXFile* f, std::uint32_t key, std::uint8_t* buffer,
+                         std::uint32_t size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!buffer) return TMX_ERR_ARGUMENT;
   return Fetch(f, kFileLevel, key, key == kCoverKey || key == kUserAliasKey, buffer, size);
 }
 
-TMX_API std::int32_t TMXGetChapterMetadata(TMXFile* f, std::uint32_t chapter, std::uint32_t key,
-                                           std::uint8_t* buffer, std::uint32_t size) noexcept {
+std::int32_t GetChapterMetadata(TMXFile* f, std::uint32_t chapter, std::uint32_t key,
+                                std::uint8_t* buffer, std::uint32_t size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!buffer) return TMX_ERR_ARGUMENT;
   if (chapter >= f->chapterCount) return TMX_ERR_INDEX;
   return Fetch(f, chapter, key, key == kCoverKey, buffer, size);
 }
 
-TMX_API std::int32_t TMXGetUseralias(TMXFile* f, std::uint8_t* buffer,
-                                     std::uint32_t* size) noexcept {
+std::int32_t GetUseralias(TMXFile* f, std::uint8_t* buffer, std::uint32_t* size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!buffer || !size) return TMX_ERR_ARGUMENT;
   std::uint32_t needed = 0;
@@ -143,4 +145,4 @@ TMX_API std::int32_t TMXGetUseralias(TMXFile* f, std::uint8_t* buffer,
   return ConvertText({work.get(), needed}, kTextUtf8, f->reader.unicodeFormat, buffer, *size);
 }
 
-}  // extern "C"
+}  // namespace tmx::metadata

@@ -1,4 +1,6 @@
 // Pulling the programme frame by frame.
+#include "playback/playback.h"
+
 #include "container/format_handler.h"
 #include "playback/position.h"
 #include "util/status.h"
@@ -15,9 +17,9 @@ bool Wanted(const TMXFile* f, std::uint32_t type) noexcept {
 
 }  // namespace
 
-extern "C" {
+namespace tmx::playback {
 
-TMX_API std::int32_t TMXGetNextFrameInfo(TMXFile* f, TMXFrameInfo* info) noexcept {
+std::int32_t GetNextFrameInfo(TMXFile* f, TMXFrameInfo* info) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!info) return TMX_ERR_ARGUMENT;
   tmx::EnsurePositionLoaded(f);
@@ -37,8 +39,8 @@ TMX_API std::int32_t TMXGetNextFrameInfo(TMXFile* f, TMXFrameInfo* info) noexcep
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetEncodedAudio(TMXFile* f, std::uint8_t* buffer, std::int32_t size,
-                                        std::uint32_t* count) noexcept {
+std::int32_t GetEncodedAudio(TMXFile* f, std::uint8_t* buffer, std::int32_t size,
+                             std::uint32_t* count) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!buffer || !count) return TMX_ERR_ARGUMENT;
   tmx::EnsurePositionLoaded(f);
@@ -55,7 +57,7 @@ TMX_API std::int32_t TMXGetEncodedAudio(TMXFile* f, std::uint8_t* buffer, std::i
   return TMX_ERR_END;
 }
 
-TMX_API std::int32_t TMXSkipNextFrame(TMXFile* f) noexcept {
+std::int32_t SkipNextFrame(TMXFile* f) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (f->reader.currentFrameInfo.type == 0) return TMX_ERR_NOT_FOUND;
   tmx::EnsurePositionLoaded(f);
@@ -63,4 +65,4 @@ TMX_API std::int32_t TMXSkipNextFrame(TMXFile* f) noexcept {
   return f->formatHandler->AdvanceFrame(&f->reader);
 }
 
-}  // extern "C"
+}  // namespace tmx::playback

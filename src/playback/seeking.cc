@@ -1,4 +1,6 @@
 // Seeking by time and chapter, chapter queries and the saved position.
+#include "playback/playback.h"
+
 #include "container/format_handler.h"
 #include "playback/position.h"
 #include "util/frame_time.h"
@@ -11,9 +13,9 @@ std::uint32_t Ms(const TMXFile* f, std::uint32_t frames) noexcept {
 
 }  // namespace
 
-extern "C" {
+namespace tmx::playback {
 
-TMX_API std::int32_t TMXSeek(TMXFile* f, std::uint32_t ms) noexcept {
+std::int32_t Seek(TMXFile* f, std::uint32_t ms) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (f->samplesPerFrame == 0) return TMX_ERR_INCONSISTENT;
   const std::uint32_t frame = tmx::TimeToFrame(ms, f->sampleRate, f->samplesPerFrame);
@@ -24,7 +26,7 @@ TMX_API std::int32_t TMXSeek(TMXFile* f, std::uint32_t ms) noexcept {
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXSeekToChapter(TMXFile* f, std::uint32_t chapter) noexcept {
+std::int32_t SeekToChapter(TMXFile* f, std::uint32_t chapter) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (chapter >= f->chapterCount) return TMX_ERR_INDEX;
   const std::uint32_t frame = f->chapterStartFrames[chapter];
@@ -35,8 +37,7 @@ TMX_API std::int32_t TMXSeekToChapter(TMXFile* f, std::uint32_t chapter) noexcep
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetChapterStartTime(TMXFile* f, std::uint32_t chapter,
-                                            std::uint32_t* ms) noexcept {
+std::int32_t GetChapterStartTime(TMXFile* f, std::uint32_t chapter, std::uint32_t* ms) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!ms) return TMX_ERR_ARGUMENT;
   if (chapter >= f->chapterCount) return TMX_ERR_INDEX;
@@ -44,7 +45,7 @@ TMX_API std::int32_t TMXGetChapterStartTime(TMXFile* f, std::uint32_t chapter,
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetPlaybackPosition(TMXFile* f, std::uint32_t* ms) noexcept {
+std::int32_t GetPlaybackPosition(TMXFile* f, std::uint32_t* ms) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!ms) return TMX_ERR_ARGUMENT;
   if (f->positionStream && !f->positionStreamOpen && !f->positionLoaded) {
@@ -56,7 +57,7 @@ TMX_API std::int32_t TMXGetPlaybackPosition(TMXFile* f, std::uint32_t* ms) noexc
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetCurrentChapter(TMXFile* f, std::uint32_t* chapter) noexcept {
+std::int32_t GetCurrentChapter(TMXFile* f, std::uint32_t* chapter) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!chapter) return TMX_ERR_ARGUMENT;
   std::uint32_t position = 0;
@@ -77,14 +78,14 @@ TMX_API std::int32_t TMXGetCurrentChapter(TMXFile* f, std::uint32_t* chapter) no
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXSavePlaybackPosition(TMXFile* f, std::uint32_t reason) noexcept {
+std::int32_t SavePlaybackPosition(TMXFile* f, std::uint32_t reason) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   return tmx::SavePosition(f, reason);
 }
 
-TMX_API std::int32_t TMXGetOriginalTitle(TMXFile* f, std::uint32_t* w1, std::uint32_t* w2,
-                                         std::uint32_t* w3, std::uint32_t* w4, std::uint32_t* w5,
-                                         std::uint32_t* w6, std::uint32_t* w7) noexcept {
+std::int32_t GetOriginalTitle(TMXFile* f, std::uint32_t* w1, std::uint32_t* w2, std::uint32_t* w3,
+                              std::uint32_t* w4, std::uint32_t* w5, std::uint32_t* w6,
+                              std::uint32_t* w7) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!w1) return TMX_ERR_ARGUMENT;
   *w1 = f->originalTitle[0];
@@ -96,4 +97,4 @@ TMX_API std::int32_t TMXGetOriginalTitle(TMXFile* f, std::uint32_t* w1, std::uin
   return TMX_OK;
 }
 
-}  // extern "C"
+}  // namespace tmx::playback

@@ -1,4 +1,6 @@
 // Chapter titles, links and pictures: the timed side tracks.
+#include "playback/playback.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -56,8 +58,8 @@ std::int32_t DeliverTitle(TMXFile* f, const TMXFrameInfo& record, std::uint8_t* 
   const std::int32_t rc = tmx::ReadUpToAt(s, record.offset, {work.get(), want}, &got);
   s->ops->Seek(s, saved);
   TMX_RETURN_IF_ERROR(rc);
-  return tmx::ConvertText({work.get(), std::size_t(got) + 2}, tmx::kTextUtf8, f->reader.unicodeFormat,
-                          out, capacity);
+  return tmx::ConvertText({work.get(), std::size_t(got) + 2}, tmx::kTextUtf8,
+                          f->reader.unicodeFormat, out, capacity);
 }
 
 // The link sample: caption length L, caption, then the first modifier box,
@@ -82,32 +84,30 @@ std::int32_t ParseLink(const std::uint8_t* sample, std::uint32_t size, LinkParts
 
 }  // namespace
 
-extern "C" {
+namespace tmx::playback {
 
-TMX_API std::int32_t TMXGetLinkCount(TMXFile* f, std::uint32_t* count) noexcept {
+std::int32_t GetLinkCount(TMXFile* f, std::uint32_t* count) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!count) return TMX_ERR_ARGUMENT;
   *count = f->linkCount;
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetChapterInfo(TMXFile* f, std::uint32_t chapter,
-                                       TMXFrameInfo* info) noexcept {
+std::int32_t GetChapterInfo(TMXFile* f, std::uint32_t chapter, TMXFrameInfo* info) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!info) return TMX_ERR_ARGUMENT;
   if (chapter >= f->chapterCount) return TMX_ERR_INDEX;
   return Describe(f, kText, chapter, info);
 }
 
-TMX_API std::int32_t TMXGetLinkInfo(TMXFile* f, std::uint32_t link, TMXFrameInfo* info) noexcept {
+std::int32_t GetLinkInfo(TMXFile* f, std::uint32_t link, TMXFrameInfo* info) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!info) return TMX_ERR_ARGUMENT;
   if (link >= f->linkCount) return TMX_ERR_INDEX;
   return Describe(f, kLink, link, info);
 }
 
-TMX_API std::int32_t TMXGetLinkStartTime(TMXFile* f, std::uint32_t link,
-                                         std::uint32_t* time) noexcept {
+std::int32_t GetLinkStartTime(TMXFile* f, std::uint32_t link, std::uint32_t* time) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!time) return TMX_ERR_ARGUMENT;
   if (link >= f->linkCount) return TMX_ERR_INDEX;
@@ -116,21 +116,20 @@ TMX_API std::int32_t TMXGetLinkStartTime(TMXFile* f, std::uint32_t link,
   return StartTime(f, kText, link, time);
 }
 
-TMX_API std::int32_t TMXGetImageInfo(TMXFile* f, std::uint32_t image, TMXFrameInfo* info) noexcept {
+std::int32_t GetImageInfo(TMXFile* f, std::uint32_t image, TMXFrameInfo* info) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!info) return TMX_ERR_ARGUMENT;
   return Describe(f, kPicture, image, info);
 }
 
-TMX_API std::int32_t TMXGetImageStartTime(TMXFile* f, std::uint32_t image,
-                                          std::uint32_t* time) noexcept {
+std::int32_t GetImageStartTime(TMXFile* f, std::uint32_t image, std::uint32_t* time) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!time) return TMX_ERR_ARGUMENT;
   return StartTime(f, kPicture, image, time);
 }
 
-TMX_API std::int32_t TMXGetChapterText(TMXFile* f, const TMXFrameInfo* record, std::uint8_t* buffer,
-                                       std::uint32_t size) noexcept {
+std::int32_t GetChapterText(TMXFile* f, const TMXFrameInfo* record, std::uint8_t* buffer,
+                            std::uint32_t size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!record || !buffer || size == 0) return TMX_ERR_ARGUMENT;
   if (record->index >= f->chapterCount) return TMX_ERR_INDEX;
@@ -143,8 +142,8 @@ TMX_API std::int32_t TMXGetChapterText(TMXFile* f, const TMXFrameInfo* record, s
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetLink(TMXFile* f, const TMXFrameInfo* record, std::uint8_t* buffer,
-                                std::uint32_t size) noexcept {
+std::int32_t GetLink(TMXFile* f, const TMXFrameInfo* record, std::uint8_t* buffer,
+                     std::uint32_t size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!record || !buffer) return TMX_ERR_ARGUMENT;
   if (record->index >= f->linkCount) return TMX_ERR_INDEX;
@@ -167,9 +166,9 @@ TMX_API std::int32_t TMXGetLink(TMXFile* f, const TMXFrameInfo* record, std::uin
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetEncodedImage(TMXFile* f, const TMXFrameInfo* record, std::uint32_t start,
-                                        std::uint8_t* buffer, std::uint32_t size,
-                                        std::uint32_t* bytesRead) noexcept {
+std::int32_t GetEncodedImage(TMXFile* f, const TMXFrameInfo* record, std::uint32_t start,
+                             std::uint8_t* buffer, std::uint32_t size,
+                             std::uint32_t* bytesRead) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!buffer || !record || !bytesRead) return TMX_ERR_ARGUMENT;
   if (start >= record->size) return TMX_ERR_NOT_FOUND;
@@ -182,4 +181,4 @@ TMX_API std::int32_t TMXGetEncodedImage(TMXFile* f, const TMXFrameInfo* record, 
   return rc;
 }
 
-}  // extern "C"
+}  // namespace tmx::playback

@@ -1,5 +1,6 @@
 // Base64 (RFC 4648 alphabet, "=" padding) for callers. Neither function is told
 // the size of its output and neither writes a terminator or line breaks.
+#include "util/base64.h"
 
 #include <array>
 #include <cstdint>
@@ -23,11 +24,8 @@ std::uint32_t Value(const char* input, std::int32_t at) noexcept {
 }
 
 }  // namespace
-}  // namespace tmx
 
-extern "C" TMX_API std::int32_t TW_Base64Encode(const unsigned char* input, std::int32_t length,
-                                                char* output) noexcept {
-  using tmx::kAlphabet;
+std::int32_t Base64Encode(const unsigned char* input, std::int32_t length, char* output) noexcept {
   if (length <= 0) return 0;
   const std::int32_t groups = length / 3;
   char* o = output;
@@ -63,9 +61,7 @@ extern "C" TMX_API std::int32_t TW_Base64Encode(const unsigned char* input, std:
 // quartet, so the characters after the tail are never looked at. The tail
 // ends at its first "=". Bytes written for a short tail beyond the count
 // returned stay in the output.
-extern "C" TMX_API std::int32_t TW_Base64Decode(const char* input, std::int32_t length,
-                                                unsigned char* output) noexcept {
-  using tmx::Value;
+std::int32_t Base64Decode(const char* input, std::int32_t length, unsigned char* output) noexcept {
   if (length <= 0) return 0;
   const std::int32_t quartets = length / 4;
   const std::int32_t full = quartets > 1 ? quartets - 1 : 0;
@@ -106,3 +102,5 @@ extern "C" TMX_API std::int32_t TW_Base64Decode(const char* input, std::int32_t 
   }
   return 3 * full + tailCount;
 }
+
+}  // namespace tmx

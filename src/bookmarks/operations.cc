@@ -1,6 +1,8 @@
 // The bookmark exports. Each checks its arguments in a fixed order (file,
 // open list, pointers, read-only list, index, as each function lists them),
 // finds the list again in its stream and reads or edits it there.
+#include "bookmarks/bookmarks.h"
+
 #include <algorithm>
 
 #include "bookmarks/editor.h"
@@ -95,9 +97,9 @@ std::int32_t ItemValue(TMXFile* f, const Atom& container, std::uint32_t key, std
 std::int32_t WriteItem(TMXFile* f, const ListLayout& layout, const Atom& container,
                        std::uint32_t key, const void* value, std::uint32_t size) noexcept {
   ListEditor editor(f->bookmarkStream, layout, f->bookmarkBufferSize);
-  const std::int32_t rc =
-      editor.WriteItem(container, ItemTypeForKey(key), DataTypeForItem(key, f->reader.unicodeFormat),
-                       {static_cast<const std::uint8_t*>(value), size});
+  const std::int32_t rc = editor.WriteItem(container, ItemTypeForKey(key),
+                                           DataTypeForItem(key, f->reader.unicodeFormat),
+                                           {static_cast<const std::uint8_t*>(value), size});
   Remember(f, editor);
   return rc;
 }
@@ -130,48 +132,47 @@ bool TooClose(const TMXFile* f, std::uint32_t time) noexcept {
 using namespace tmx;
 using namespace tmx::bookmarks;
 
-extern "C" {
+namespace tmx::bookmarks {
 
-TMX_API std::int32_t TMXSetBookmarkBufferSize(TMXFile* f, std::uint32_t size) noexcept {
+std::int32_t SetBookmarkBufferSize(TMXFile* f, std::uint32_t size) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (size < kMinBufferSize) return TMX_ERR_ARGUMENT;
   f->bookmarkBufferSize = size;
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXInitBookmarkList(TMXFile* f, TMXStream* stream) noexcept {
+std::int32_t InitBookmarkList(TMXFile* f, TMXStream* stream) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   return InitList(f, stream);
 }
 
-TMX_API std::int32_t TMXOpenBookmarkList(TMXFile* f, TMXStream* stream) noexcept {
+std::int32_t OpenBookmarkList(TMXFile* f, TMXStream* stream) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   StreamPositionKeeper keep(f, stream);
   return OpenList(f, stream);
 }
 
-TMX_API std::int32_t TMXCloseBookmarkList(TMXFile* f) noexcept {
+std::int32_t CloseBookmarkList(TMXFile* f) noexcept {
   if (!f) return TMX_ERR_HANDLE;
-  CloseBookmarkList(f);
+  tmx::CloseBookmarkList(f);
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetBookmarkListLocale(TMXFile* f, std::uint32_t* locale) noexcept {
+std::int32_t GetBookmarkListLocale(TMXFile* f, std::uint32_t* locale) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!locale) return TMX_ERR_ARGUMENT;
   *locale = f->bookmarkListLocale;
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetBookmarkCount(TMXFile* f, std::uint32_t* count) noexcept {
+std::int32_t GetBookmarkCount(TMXFile* f, std::uint32_t* count) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!count) return TMX_ERR_ARGUMENT;
   *count = f->bookmarkCount;
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXGetBookmarkTimeStamp(TMXFile* f, std::uint32_t index,
-                                             std::uint32_t* ms) noexcept {
+std::int32_t GetBookmarkTimeStamp(TMXFile* f, std::uint32_t index, std::uint32_t* ms) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!ms) return TMX_ERR_ARGUMENT;
   TMX_RETURN_IF_ERROR(CheckIndex(f, index));
@@ -179,13 +180,13 @@ TMX_API std::int32_t TMXGetBookmarkTimeStamp(TMXFile* f, std::uint32_t index,
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXSeekToBookmark(TMXFile* f, std::uint32_t index) noexcept {
+std::int32_t SeekToBookmark(TMXFile* f, std::uint32_t index) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   TMX_RETURN_IF_ERROR(CheckIndex(f, index));
   return TMXSeek(f, f->bookmarkTimes[index] + f->bookmarkTimeOffset);
 }
 
-TMX_API std::int32_t TMXAddBookmark(TMXFile* f, std::uint32_t ms, std::uint32_t* index) noexcept {
+std::int32_t AddBookmark(TMXFile* f, std::uint32_t ms, std::uint32_t* index) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!index) return TMX_ERR_ARGUMENT;
   TMX_RETURN_IF_ERROR(CheckWritable(f));
@@ -198,13 +199,13 @@ TMX_API std::int32_t TMXAddBookmark(TMXFile* f, std::uint32_t ms, std::uint32_t*
   Remember(f, editor);
   if (InsertTime(f, time, index) != 0) {
     // The list in memory no longer matches the file.
-    CloseBookmarkList(f);
+    tmx::CloseBookmarkList(f);
     return TMX_ERR_MEMORY;
   }
   return TMX_OK;
 }
 
-TMX_API std::int32_t TMXDeleteBookmark(TMXFile* f, std::uint32_t index) noexcept {
+std::int32_t DeleteBookmark(TMXFile* f, std::uint32_t index) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   TMX_RETURN_IF_ERROR(CheckWritable(f));
   TMX_RETURN_IF_ERROR(CheckIndex(f, index));
@@ -218,8 +219,8 @@ TMX_API std::int32_t TMXDeleteBookmark(TMXFile* f, std::uint32_t index) noexcept
   return editor.Compact();
 }
 
-TMX_API std::int32_t TMXGetBookmarkListInfo(TMXFile* f, std::uint32_t key, std::uint32_t locale,
-                                            std::uint32_t* size) noexcept {
+std::int32_t GetBookmarkListInfo(TMXFile* f, std::uint32_t key, std::uint32_t locale,
+                                 std::uint32_t* size) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!size) return TMX_ERR_ARGUMENT;
   *size = 0;
@@ -230,8 +231,8 @@ TMX_API std::int32_t TMXGetBookmarkListInfo(TMXFile* f, std::uint32_t key, std::
   return ItemSize(f, blst, key, locale, size);
 }
 
-TMX_API std::int32_t TMXGetBookmarkListMetadata(TMXFile* f, std::uint32_t key, std::uint8_t* buffer,
-                                                std::uint32_t size) noexcept {
+std::int32_t GetBookmarkListMetadata(TMXFile* f, std::uint32_t key, std::uint8_t* buffer,
+                                     std::uint32_t size) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!buffer) return TMX_ERR_ARGUMENT;
   StreamPositionKeeper keep(f, f->bookmarkStream);
@@ -241,8 +242,8 @@ TMX_API std::int32_t TMXGetBookmarkListMetadata(TMXFile* f, std::uint32_t key, s
   return ItemValue(f, blst, key, buffer, size);
 }
 
-TMX_API std::int32_t TMXAddBookmarkListMetadata(TMXFile* f, std::uint32_t key, const void* value,
-                                                std::uint32_t size) noexcept {
+std::int32_t AddBookmarkListMetadata(TMXFile* f, std::uint32_t key, const void* value,
+                                     std::uint32_t size) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   TMX_RETURN_IF_ERROR(CheckWritable(f));
   if (!value) return TMX_ERR_ARGUMENT;
@@ -254,7 +255,7 @@ TMX_API std::int32_t TMXAddBookmarkListMetadata(TMXFile* f, std::uint32_t key, c
   return WriteItem(f, layout, blst, key, value, size);
 }
 
-TMX_API std::int32_t TMXDeleteBookmarkListMetadata(TMXFile* f, std::uint32_t key) noexcept {
+std::int32_t DeleteBookmarkListMetadata(TMXFile* f, std::uint32_t key) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   TMX_RETURN_IF_ERROR(CheckWritable(f));
   ListLayout layout{};
@@ -263,8 +264,8 @@ TMX_API std::int32_t TMXDeleteBookmarkListMetadata(TMXFile* f, std::uint32_t key
   return DeleteItems(f, layout, blst, key);
 }
 
-TMX_API std::int32_t TMXGetBookmarkInfo(TMXFile* f, std::uint32_t index, std::uint32_t key,
-                                        std::uint32_t locale, std::uint32_t* size) noexcept {
+std::int32_t GetBookmarkInfo(TMXFile* f, std::uint32_t index, std::uint32_t key,
+                             std::uint32_t locale, std::uint32_t* size) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!size) return TMX_ERR_ARGUMENT;
   *size = 0;
@@ -276,8 +277,8 @@ TMX_API std::int32_t TMXGetBookmarkInfo(TMXFile* f, std::uint32_t index, std::ui
   return ItemSize(f, bmrk, key, locale, size);
 }
 
-TMX_API std::int32_t TMXGetBookmarkMetadata(TMXFile* f, std::uint32_t index, std::uint32_t key,
-                                            std::uint8_t* buffer, std::uint32_t size) noexcept {
+std::int32_t GetBookmarkMetadata(TMXFile* f, std::uint32_t index, std::uint32_t key,
+                                 std::uint8_t* buffer, std::uint32_t size) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   if (!buffer) return TMX_ERR_ARGUMENT;
   TMX_RETURN_IF_ERROR(CheckIndex(f, index));
@@ -288,8 +289,8 @@ TMX_API std::int32_t TMXGetBookmarkMetadata(TMXFile* f, std::uint32_t index, std
   return ItemValue(f, bmrk, key, buffer, size);
 }
 
-TMX_API std::int32_t TMXAddBookmarkMetadata(TMXFile* f, std::uint32_t index, std::uint32_t key,
-                                            const void* value, std::uint32_t size) noexcept {
+std::int32_t AddBookmarkMetadata(TMXFile* f, std::uint32_t index, std::uint32_t key,
+                                 const void* value, std::uint32_t size) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   TMX_RETURN_IF_ERROR(CheckWritable(f));
   TMX_RETURN_IF_ERROR(CheckIndex(f, index));
@@ -300,8 +301,7 @@ TMX_API std::int32_t TMXAddBookmarkMetadata(TMXFile* f, std::uint32_t index, std
   return WriteItem(f, layout, bmrk, key, value, size);
 }
 
-TMX_API std::int32_t TMXDeleteBookmarkMetadata(TMXFile* f, std::uint32_t index,
-                                               std::uint32_t key) noexcept {
+std::int32_t DeleteBookmarkMetadata(TMXFile* f, std::uint32_t index, std::uint32_t key) noexcept {
   TMX_RETURN_IF_ERROR(CheckList(f));
   TMX_RETURN_IF_ERROR(CheckWritable(f));
   TMX_RETURN_IF_ERROR(CheckIndex(f, index));
@@ -311,4 +311,4 @@ TMX_API std::int32_t TMXDeleteBookmarkMetadata(TMXFile* f, std::uint32_t index,
   return DeleteItems(f, layout, bmrk, key);
 }
 
-}  // extern "C"
+}  // namespace tmx::bookmarks
