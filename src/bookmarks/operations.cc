@@ -1,4 +1,4 @@
-// The bookmark exports. Each checks its arguments in a fixed order (file,
+// The bookmark list operations. Each checks its arguments in a fixed order (file,
 // open list, pointers, read-only list, index, as each function lists them),
 // finds the list again in its stream and reads or edits it there.
 #include "bookmarks/bookmarks.h"
@@ -84,8 +84,8 @@ std::int32_t ItemValue(TMXFile* f, const Atom& container, std::uint32_t key, std
     if (capacity < v.size) return TMX_ERR_BUFFER;
     return ReadExactAt(s, v.offset, {buffer, v.size});
   }
-  // A stream of unknown size must not make a claimed size an allocation.
-  if (!mp4::CountFitsStream(s->ops->GetSize(s), v.size, 1)) return TMX_ERR_INCONSISTENT;
+  // A claimed size becomes an allocation only when its bytes are there.
+  if (!BytesExist(s, std::uint64_t(v.offset) + v.size)) return TMX_ERR_INCONSISTENT;
   // Two zero bytes behind the value end it for every source encoding.
   Owned<std::uint8_t> work(AllocArray<std::uint8_t>(std::size_t(v.size) + 2));
   if (!work) return TMX_ERR_MEMORY;

@@ -1,5 +1,7 @@
 #include "io/stream_io.h"
 
+#include <algorithm>
+
 namespace tmx {
 namespace {
 
@@ -92,6 +94,53 @@ std::int32_t ReadUpToAt(TMXStream* s, std::uint32_t position, std::span<std::uin
   }
   if (*got > 0) return TMX_OK;
   return rc != 0 ? rc : TMX_ERR_READ;
+}
+
+namespace {
+
+// Whether the byte at `position` can be read; the caller restores the
+// position.
+bool ByteAt(TMXStream* s, std::uint32_t position) noexcept {
+  std::uint8_t b = 0;
+  std::int32_t done = 0;
+  return s->ops->Seek(s, position) == 0 && s->ops->Read(s, &b, 1, &done) == 0 && done == 1;
+}
+
+}  // namespace
+
+bool BytesExist(TMXStream* s, std::uint64_t end) noexcept {
+  if (end == 0) return true;
+  if (end > UINT32_MAX) return false;
+  const std::uint32_t size = s->ops->GetSize(s);
+  if (size != TMX_STREAM_UNKNOWN) return end <= size;
+  const std::uint32_t saved = s->ops->Tell(s);
+  const bool found = ByteAt(s, std::uint32_t(end - 1));
+  s->ops->Seek(s, saved);
+  return found;
+}
+
+std::uint32_t ExistingEnd(TMXStream* s, std::uint32_t from, std::uint32_t to) noexcept {
+  if (to <= from) return from;
+  const std::uint32_t size = s->ops->GetSize(s);
+  if (size != TMX_STREAM_UNKNOWN) return std::max(from, std::min(to, size));
+  const std::uint32_t saved = s->ops->Tell(s);
+  // Invariant: the byte before `low` exists (or low == from), the byte at
+  // `high` does not (or high == to).
+  std::uint32_t low = from, high = to;
+  if (ByteAt(s, to - 1)) {
+    low = to;
+  } else {
+    while (low < high) {
+      const std::uint32_t mid = low + (high - low) / 2;
+      if (ByteAt(s, mid)) {
+        low = mid + 1;
+      } else {
+        high = mid;
+      }
+    }
+  }
+  s->ops->Seek(s, saved);
+  return low;
 }
 
 }  // namespace tmx

@@ -34,6 +34,17 @@ std::int32_t WriteExactAt(TMXStream* s, std::uint32_t position,
 std::int32_t ReadUpToAt(TMXStream* s, std::uint32_t position, std::span<std::uint8_t> out,
                         std::uint32_t* got) noexcept;
 
+// True when the stream holds a byte at every position below `end`: compared
+// with the size when the stream knows it, otherwise tried by reading the
+// byte at `end` - 1. Counts and sizes read from a file are held to this
+// before they drive an allocation. The stream position is restored.
+bool BytesExist(TMXStream* s, std::uint64_t end) noexcept;
+
+// The end of the bytes the stream holds in [from, to): `to` when all of them
+// exist, otherwise found by bisection, a byte read at a time. The stream
+// position is restored.
+std::uint32_t ExistingEnd(TMXStream* s, std::uint32_t from, std::uint32_t to) noexcept;
+
 // Big-endian packing of in-memory bytes.
 constexpr std::uint32_t LoadBE32(const std::uint8_t* p) noexcept {
   return (std::uint32_t(p[0]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[2]) << 8) |

@@ -32,6 +32,8 @@ std::int32_t ReadValue(TMXFile* file, std::uint32_t offset, std::span<std::uint8
 
 std::int32_t DeliverText(TMXFile* file, std::uint32_t offset, std::uint32_t size,
                          std::uint32_t kind, std::uint8_t* out, std::uint32_t capacity) noexcept {
+  // A claimed size becomes an allocation only when its bytes are there.
+  if (!BytesExist(file->stream, std::uint64_t(offset) + size)) return TMX_ERR_READ;
   // Two zero bytes behind the value end it for every source encoding.
   Owned<std::uint8_t> work(AllocArray<std::uint8_t>(std::size_t(size) + 2));
   if (!work) return TMX_ERR_MEMORY;

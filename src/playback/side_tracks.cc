@@ -47,10 +47,11 @@ std::int32_t StartTime(TMXFile* f, std::uint32_t type, std::uint32_t index,
 std::int32_t DeliverTitle(TMXFile* f, const TMXFrameInfo& record, std::uint8_t* out,
                           std::uint32_t capacity) noexcept {
   TMXStream* s = f->stream;
-  std::uint32_t want = record.size;
-  const std::uint32_t streamSize = s->ops->GetSize(s);
-  if (streamSize != TMX_STREAM_UNKNOWN && record.offset < streamSize)
-    want = std::min(want, streamSize - record.offset);
+  const std::uint64_t end = std::uint64_t(record.offset) + record.size;
+  const std::uint32_t held =
+      tmx::ExistingEnd(s, record.offset, std::uint32_t(std::min<std::uint64_t>(end, UINT32_MAX)));
+  // Nothing there to read: the read fails as it would at the end.
+  const std::uint32_t want = std::max<std::uint32_t>(held - record.offset, 1);
   tmx::Owned<std::uint8_t> work(tmx::AllocArray<std::uint8_t>(std::size_t(want) + 2));
   if (!work) return TMX_ERR_MEMORY;
   const std::uint32_t saved = s->ops->Tell(s);
@@ -147,6 +148,9 @@ std::int32_t GetLink(TMXFile* f, const TMXFrameInfo* record, std::uint8_t* buffe
   if (!f) return TMX_ERR_HANDLE;
   if (!record || !buffer) return TMX_ERR_ARGUMENT;
   if (record->index >= f->linkCount) return TMX_ERR_INDEX;
+  // A claimed size becomes an allocation only when its bytes are there.
+  if (!tmx::BytesExist(f->stream, std::uint64_t(record->offset) + record->size))
+    return TMX_ERR_READ;
   tmx::Owned<std::uint8_t> sample(tmx::AllocArray<std::uint8_t>(record->size ? record->size : 1));
   if (!sample) return TMX_ERR_MEMORY;
   TMX_RETURN_IF_ERROR(tmx::ReadValue(f, record->offset, {sample.get(), record->size}));

@@ -9,6 +9,13 @@ namespace {
 std::atomic<std::uint64_t> g_allocations{0};
 std::atomic<std::uint64_t> g_failAt{0};
 std::atomic<std::int64_t> g_live{0};
+std::atomic<std::size_t> g_largest{0};
+
+void NoteRequest(std::size_t size) noexcept {
+  std::size_t seen = g_largest.load(std::memory_order_relaxed);
+  while (size > seen && !g_largest.compare_exchange_weak(seen, size, std::memory_order_relaxed)) {
+  }
+}
 
 // True when this allocation is the one a test asked to fail.
 bool InjectedFailure() noexcept {
@@ -19,6 +26,7 @@ bool InjectedFailure() noexcept {
 }  // namespace
 
 void* Alloc(std::size_t size) noexcept {
+  NoteRequest(size);
   if (InjectedFailure() || size == 0) return nullptr;
   void* p = std::calloc(1, size);
   if (p) g_live.fetch_add(1, std::memory_order_relaxed);
@@ -27,6 +35,7 @@ void* Alloc(std::size_t size) noexcept {
 
 void* Realloc(void* block, std::size_t oldSize, std::size_t newSize) noexcept {
   if (!block) return Alloc(newSize);
+  NoteRequest(newSize);
   if (InjectedFailure() || newSize == 0) return nullptr;
   void* p = std::realloc(block, newSize);
   if (p && newSize > oldSize) std::memset(static_cast<char*>(p) + oldSize, 0, newSize - oldSize);
@@ -46,6 +55,7 @@ void FailAllocation(std::uint64_t n) noexcept {
 }
 std::int64_t LiveAllocations() noexcept { return g_live.load(std::memory_order_relaxed); }
 std::uint64_t AllocationCount() noexcept { return g_allocations.load(std::memory_order_relaxed); }
+std::size_t TakeLargestRequest() noexcept { return g_largest.exchange(0, std::memory_order_relaxed); }
 }  // namespace testing
 
 }  // namespace tmx

@@ -62,6 +62,8 @@ void FailAllocation(std::uint64_t n) noexcept;
 std::int64_t LiveAllocations() noexcept;
 // Allocations made since the process started (successful or not).
 std::uint64_t AllocationCount() noexcept;
+// The largest block asked for since the last call (granted or not).
+std::size_t TakeLargestRequest() noexcept;
 }  // namespace testing
 
 }  // namespace tmx

@@ -1,5 +1,7 @@
 #include "container/mp4/atom.h"
 
+#include <algorithm>
+
 #include "io/stream_io.h"
 
 namespace tmx::mp4 {
@@ -38,52 +40,47 @@ std::int32_t AtomReadHeader(TMXStream* s, std::uint32_t* size, std::uint32_t* ty
 
 std::int32_t AtomSkip(TMXStream* s, std::uint32_t count) noexcept { return Skip(s, count); }
 
-std::int32_t AtomFindChild(TMXStream* s, AtomRange range, std::uint32_t type,
-                           std::uint32_t* atomPos, std::uint32_t* atomSize) noexcept {
-  std::uint32_t position = range.begin;
-  while (position < range.end) {
-    std::uint32_t size = 0, found = 0;
-    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &found));
-    if (!AtomFits(position, size, range)) return TMX_ERR_INCONSISTENT;
-    if (AtomTypeMatches(found, type)) {
-      if (atomPos) *atomPos = position;
-      if (atomSize) *atomSize = size;
-      return TMX_OK;
-    }
-    position += size;
-  }
-  return TMX_ERR_SEEK;
+std::int32_t ReadBoxAt(TMXStream* s, std::uint32_t position, AtomRange parent, Box* box) noexcept {
+  if (parent.end - std::min(parent.end, position) < kAtomHeaderSize) return TMX_ERR_INCONSISTENT;
+  TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
+  std::uint32_t size = 0, type = 0;
+  TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
+  if (!AtomFits(position, size, parent)) return TMX_ERR_INCONSISTENT;
+  // In a stream that cannot tell its size, a box directly in the file must
+  // show that its bytes exist; every box inside it is then bounded by them.
+  if (parent.end == TMX_STREAM_UNKNOWN && !BytesExist(s, std::uint64_t(position) + size))
+    return TMX_ERR_INCONSISTENT;
+  *box = {position, size, type};
+  return TMX_OK;
 }
 
-bool CountFitsStream(std::uint32_t streamSize, std::uint32_t count,
-                     std::uint32_t entryBytes) noexcept {
-  constexpr std::uint64_t kUnknownSizeLimit = 64u << 20;
-  const std::uint64_t limit = streamSize == TMX_STREAM_UNKNOWN ? kUnknownSizeLimit : streamSize;
-  return std::uint64_t(count) * entryBytes <= limit;
+std::int32_t OpenBoxAt(TMXStream* s, std::uint32_t position, std::uint32_t type, AtomRange parent,
+                       Box* box) noexcept {
+  TMX_RETURN_IF_ERROR(ReadBoxAt(s, position, parent, box));
+  return AtomTypeMatches(box->type, type) ? TMX_OK : kAbsent;
 }
+
+std::int32_t FindBox(TMXStream* s, AtomRange range, std::uint32_t type, Box* found) noexcept {
+  constexpr std::int32_t kFound = 2;
+  const std::int32_t rc = ForEachBox(s, range, [&](const Box& box) -> std::int32_t {
+    if (!AtomTypeMatches(box.type, type)) return TMX_OK;
+    *found = box;
+    return kFound;
+  });
+  if (rc == kFound) return s->ops->Seek(s, found->pos + kAtomHeaderSize);
+  return rc == TMX_OK ? kAbsent : rc;
+}
+
+AtomRange FileRange(TMXStream* s) noexcept { return {0, s->ops->GetSize(s)}; }
 
 std::int32_t AtomLocateMovie(TMXStream* s, AtomRange* movie) noexcept {
-  const std::uint32_t fileSize = s->ops->GetSize(s);
-  const bool sizeKnown = fileSize != TMX_STREAM_UNKNOWN;
-  std::uint32_t size = 0, type = 0;
-  if (s->ops->Seek(s, 0) != 0 || AtomReadHeader(s, &size, &type) != 0 ||
-      !AtomTypeMatches(type, FourCC("ftyp")) || size < kAtomHeaderSize) {
-    return TMX_ERR_INCONSISTENT;
-  }
-  std::uint32_t position = size;
-  for (;;) {
-    if (sizeKnown && position >= fileSize) return TMX_ERR_INCONSISTENT;
-    if (s->ops->Seek(s, position) != 0 || AtomReadHeader(s, &size, &type) != 0)
-      return TMX_ERR_INCONSISTENT;
-    // A size below the header would never advance; one past 4 GiB wraps.
-    if (size < kAtomHeaderSize || std::uint64_t(position) + size > UINT32_MAX)
-      return TMX_ERR_INCONSISTENT;
-    if (AtomTypeMatches(type, FourCC("moov"))) break;
-    position += size;
-  }
-  if (sizeKnown && position + kAtomHeaderSize >= fileSize) return TMX_ERR_INCONSISTENT;
-  *movie = PayloadOf(position, size);
+  const AtomRange file = FileRange(s);
+  Box box{};
+  if (OpenBoxAt(s, 0, FourCC("ftyp"), file, &box) != 0) return TMX_ERR_INCONSISTENT;
+  if (FindBox(s, {box.size, file.end}, FourCC("moov"), &box) != 0) return TMX_ERR_INCONSISTENT;
+  // A movie needs a payload before the end of the file.
+  if (std::uint64_t(box.pos) + kAtomHeaderSize >= file.end) return TMX_ERR_INCONSISTENT;
+  *movie = box.payload();
   return TMX_OK;
 }
 

@@ -19,7 +19,8 @@ constexpr std::uint32_t kMovieHeaderV0 = 4 + 4 + 4 + 4 + 80;
 constexpr std::uint32_t kMovieHeaderV1 = 8 + 8 + 4 + 8 + 80;
 
 std::int32_t ReadMovieHeader(TMXStream* s, AtomRange movie) noexcept {
-  TMX_RETURN_IF_ERROR(AtomFindChild(s, movie, FourCC("mvhd")));
+  Box mvhd{};
+  TMX_RETURN_IF_ERROR(FindBoxOr(s, movie, FourCC("mvhd"), &mvhd, TMX_ERR_INCONSISTENT));
   std::uint8_t version = 0;
   std::uint32_t flags = 0;
   TMX_RETURN_IF_ERROR(AtomReadU24(s, &version, &flags));
@@ -30,36 +31,44 @@ std::int32_t ReadMovieHeader(TMXStream* s, AtomRange movie) noexcept {
 // The file-level item list: "udta" / "meta" (a full atom) / "ilst". Its
 // absence is no error.
 std::uint32_t FindMetadataList(TMXStream* s, AtomRange movie) noexcept {
-  std::uint32_t pos = 0, size = 0;
-  if (AtomFindChild(s, movie, FourCC("udta"), &pos, &size) != 0) return 0;
-  if (AtomFindChild(s, PayloadOf(pos, size), FourCC("meta"), &pos, &size) != 0) return 0;
-  const AtomRange meta = PayloadOf(pos, size);
+  Box box{};
+  if (FindBox(s, movie, FourCC("udta"), &box) != 0) return 0;
+  if (FindBox(s, box.payload(), FourCC("meta"), &box) != 0) return 0;
+  const AtomRange meta = box.payload();
   if (meta.end - meta.begin < 4) return 0;
-  if (AtomFindChild(s, {meta.begin + 4, meta.end}, FourCC("ilst"), &pos, &size) != 0) return 0;
-  return pos;
+  if (FindBox(s, {meta.begin + 4, meta.end}, FourCC("ilst"), &box) != 0) return 0;
+  return box.pos;
 }
 
-// Walks the top-level atoms for "ftyp" (its minor version is kept) and
-// "moov". False when the walk ends without a movie.
+// The top level: "ftyp" (its minor version is kept) and "moov".
+struct TopLevel {
+  Container* file;
+  AtomRange movie;
+};
+constexpr std::int32_t kMovieFound = 2;
+
+std::int32_t ReadFileType(TopLevel& top, const Box&) noexcept {
+  TMXStream* s = top.file->stream;
+  std::uint32_t brand = 0, minor = 0;
+  if (AtomReadU32(s, &brand) == 0 && AtomReadU32(s, &minor) == 0)
+    State(top.file).brandMinorVersion = minor;
+  return TMX_OK;
+}
+
+std::int32_t ReadMovie(TopLevel& top, const Box& box) noexcept {
+  top.movie = box.payload();
+  return kMovieFound;
+}
+
+constexpr BoxReader<TopLevel> kTopLevel[] = {{FourCC("ftyp"), ReadFileType},
+                                             {FourCC("moov"), ReadMovie}};
+
+// False when the walk ends without a movie.
 bool WalkTopLevel(Container* file, TMXStream* s, AtomRange* movie) noexcept {
-  const std::uint32_t fileSize = s->ops->GetSize(s);
-  std::uint64_t position = 0;
-  while (fileSize == TMX_STREAM_UNKNOWN || position < fileSize) {
-    std::uint32_t size = 0, type = 0;
-    if (position > UINT32_MAX || s->ops->Seek(s, std::uint32_t(position)) != 0 ||
-        AtomReadHeader(s, &size, &type) != 0 || size < kAtomHeaderSize)
-      return false;
-    if (AtomTypeMatches(type, FourCC("ftyp"))) {
-      std::uint32_t brand = 0, minor = 0;
-      if (AtomReadU32(s, &brand) == 0 && AtomReadU32(s, &minor) == 0)
-        State(file).brandMinorVersion = minor;
-    } else if (AtomTypeMatches(type, FourCC("moov"))) {
-      *movie = PayloadOf(std::uint32_t(position), size);
-      return true;
-    }
-    position += size;
-  }
-  return false;
+  TopLevel top{file, {}};
+  if (Walk(s, FileRange(s), kTopLevel, top) != kMovieFound) return false;
+  *movie = top.movie;
+  return true;
 }
 
 void Release(Container* file) noexcept {

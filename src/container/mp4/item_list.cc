@@ -17,20 +17,13 @@ struct Variant {
   std::uint32_t size;
 };
 
-// Calls visit(position, size, type) for each child atom of `range` that
+// Calls visit(position, size, type) for each child box of `range` that
 // starts before its last 8 bytes; a non-zero result stops the walk.
 template <class Visit>
 std::int32_t ForEachChild(TMXStream* s, AtomRange range, Visit&& visit) noexcept {
-  std::uint32_t position = range.begin;
-  while (position < range.end && range.end - position >= kAtomHeaderSize) {
-    std::uint32_t size = 0, type = 0;
-    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
-    if (!AtomFits(position, size, range)) return TMX_ERR_INCONSISTENT;
-    TMX_RETURN_IF_ERROR(visit(position, size, type));
-    position += size;
-  }
-  return TMX_OK;
+  return ForEachBox(
+      s, range, [&](const Box& box) { return visit(box.pos, box.size, box.type); },
+      ShortTail::kIgnored);
 }
 
 // Reads the type and locale words of a "data" atom whose header was just
@@ -88,26 +81,22 @@ std::int32_t ChooseVariant(TMXStream* s, AtomRange item, std::uint32_t wanted, V
 // chapterMetadataPos.
 std::int32_t BuildChapterLists(Container* file, Mp4State& st) noexcept {
   TMXStream* s = file->stream;
+  // One entry per chapter, each list at least a box header of the file.
+  if (!CountFits(FileRange(s), st.chapterMetadataPos, file->info.chapterCount, kAtomHeaderSize))
+    return TMX_ERR_INCONSISTENT;
   Owned<std::uint32_t> lists(AllocArray<std::uint32_t>(file->info.chapterCount));
   if (!lists) return TMX_ERR_MEMORY;
   const std::uint32_t saved = s->ops->Tell(s);
-  std::uint64_t position = st.chapterMetadataPos;
-  std::int32_t rc = TMX_OK;
-  for (std::uint32_t filled = 0; filled < file->info.chapterCount && rc == 0;) {
-    std::uint32_t size = 0, type = 0;
-    if (position > UINT32_MAX) {
-      rc = TMX_ERR_INCONSISTENT;
-      break;
-    }
-    rc = s->ops->Seek(s, std::uint32_t(position));
-    if (rc == 0) rc = AtomReadHeader(s, &size, &type);
-    if (rc == 0 && size < kAtomHeaderSize) rc = TMX_ERR_INCONSISTENT;
-    if (rc != 0) break;
-    if (AtomTypeMatches(type, FourCC("ilst"))) lists.get()[filled++] = std::uint32_t(position);
-    position += size;
-  }
+  std::uint32_t filled = 0;
+  constexpr std::int32_t kAllFound = 2;
+  std::int32_t rc = ForEachBox(s, {st.chapterMetadataPos, FileRange(s).end},
+                               [&](const Box& box) -> std::int32_t {
+                                 if (AtomTypeMatches(box.type, FourCC("ilst")))
+                                   lists.get()[filled++] = box.pos;
+                                 return filled == file->info.chapterCount ? kAllFound : TMX_OK;
+                               });
   s->ops->Seek(s, saved);
-  if (rc != 0) return rc;
+  if (rc != kAllFound) return rc == TMX_OK ? TMX_ERR_INCONSISTENT : rc;
   st.chapterListPos = lists.release();
   return TMX_OK;
 }
@@ -129,12 +118,9 @@ std::int32_t ListFor(Container* file, std::uint32_t chapter, std::uint32_t* list
 }
 
 std::int32_t OpenList(TMXStream* s, std::uint32_t listPos, AtomRange* items) noexcept {
-  std::uint32_t size = 0, type = 0;
-  TMX_RETURN_IF_ERROR(s->ops->Seek(s, listPos));
-  TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
-  if (size < kAtomHeaderSize || std::uint64_t(listPos) + size > UINT32_MAX)
-    return TMX_ERR_INCONSISTENT;
-  *items = PayloadOf(listPos, size);
+  Box box{};
+  TMX_RETURN_IF_ERROR(ReadBoxAt(s, listPos, FileRange(s), &box));
+  *items = box.payload();
   return TMX_OK;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "container/container.h"
+#include "container/mp4/atom.h"
 
 namespace tmx::mp4 {
 
@@ -38,6 +39,7 @@ struct ChunkHeader {
 
 struct Mp4State {
   std::uint32_t streamSize;  // as the stream reported it at open
+  AtomRange movie;           // payload of "moov", inside the file
   TrackRecord audioTrack;
   std::uint32_t hasChapterTextTrack;  // bool
   TrackRecord chapterTextTrack;
@@ -80,6 +82,9 @@ struct Mp4State {
 
 inline Mp4State& State(Container* file) noexcept {
   return *static_cast<Mp4State*>(file->state);
+}
+inline const Mp4State& State(const Container* file) noexcept {
+  return *static_cast<const Mp4State*>(file->state);
 }
 
 }  // namespace tmx::mp4

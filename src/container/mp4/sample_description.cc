@@ -55,16 +55,13 @@ std::int32_t ReadAudioEntry(Container* file, TMXStream* s, std::uint32_t entryPo
   std::uint8_t fields[kAudioEntryFields];
   TMX_RETURN_IF_ERROR(AtomReadBytes(s, fields));
   const AtomRange children{entryPos + kAtomHeaderSize + kAudioEntryFields, entryPos + size};
-  std::uint32_t position = children.begin;
-  while (position < children.end && children.end - position >= kAtomHeaderSize) {
-    std::uint32_t childSize = 0, type = 0;
-    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &childSize, &type));
-    if (!AtomFits(position, childSize, children)) return TMX_ERR_INCONSISTENT;
-    if (AtomTypeMatches(type, FourCC("esds"))) TMX_RETURN_IF_ERROR(ReadEsds(file, s));
-    position += childSize;
-  }
-  return TMX_OK;
+  return ForEachBox(
+      s, children,
+      [&](const Box& child) -> std::int32_t {
+        if (!AtomTypeMatches(child.type, FourCC("esds"))) return TMX_OK;
+        return ReadEsds(file, s);
+      },
+      ShortTail::kIgnored);
 }
 
 }  // namespace
@@ -98,17 +95,18 @@ std::int32_t ReadSampleDescription(Container* file, AtomRange stsd) noexcept {
   std::uint32_t flags = 0, count = 0;
   TMX_RETURN_IF_ERROR(AtomReadU24(s, &version, &flags));
   TMX_RETURN_IF_ERROR(AtomReadU32(s, &count));
-  std::uint32_t position = stsd.begin + 8;
-  for (std::uint32_t i = 0; i < count && position < stsd.end; ++i) {
-    std::uint32_t size = 0, type = 0;
-    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
-    if (!AtomFits(position, size, stsd)) return TMX_ERR_INCONSISTENT;
-    if (AtomTypeMatches(type, FourCC("mp4a")) || AtomTypeMatches(type, FourCC("tmvd")))
-      TMX_RETURN_IF_ERROR(ReadAudioEntry(file, s, position, size));
-    position += size;
-  }
-  return TMX_OK;
+  // At most `count` entries, each inside "stsd".
+  std::uint32_t seen = 0;
+  constexpr std::int32_t kDone = 2;
+  const std::int32_t rc =
+      ForEachBox(s, {stsd.begin + 8, stsd.end}, [&](const Box& entry) -> std::int32_t {
+        if (seen++ == count) return kDone;
+        if (!AtomTypeMatches(entry.type, FourCC("mp4a")) &&
+            !AtomTypeMatches(entry.type, FourCC("tmvd")))
+          return TMX_OK;
+        return ReadAudioEntry(file, s, entry.pos, entry.size);
+      });
+  return rc == kDone ? TMX_OK : rc;
 }
 
 std::int32_t DecodeFrame(Container*, const Codec* codec, void* instance, const std::uint8_t* data,

@@ -111,7 +111,8 @@ std::int32_t PrepareChunkFromTables(Container* f, std::uint32_t offset) noexcept
   const std::uint32_t count = st.samplesInChunk;
   c.headerSize = (count + 7) * 4;
   if (count == 0) return TMX_OK;
-  if (!CountFitsStream(st.streamSize, count, 1)) return TMX_ERR_INCONSISTENT;
+  // Every sample takes at least a byte of the file.
+  if (!BytesExist(f->stream, count)) return TMX_ERR_INCONSISTENT;
   auto* sizes = AllocArray<std::uint32_t>(count);
   if (!sizes) return TMX_ERR_MEMORY;
   std::uint32_t total = 0;
@@ -168,7 +169,8 @@ std::int32_t ReadNextChunkHeader(Container* f) noexcept {
   TMX_RETURN_IF_ERROR(Moved(f, ReadWords(s, w, 7), kChunkHeaderFixedBytes));
   const std::uint32_t n = w[6];
   if (w[0] != (std::uint64_t(n) + 7) * 4) return TMX_ERR_INCONSISTENT;
-  if (!CountFitsStream(st.streamSize, n, 4)) return TMX_ERR_INCONSISTENT;
+  // The sizes must be in the file before they are read into memory.
+  if (!BytesExist(s, next + kChunkHeaderFixedBytes + 4ull * n)) return TMX_ERR_INCONSISTENT;
   std::uint32_t* sizes = nullptr;
   if (n != 0) {
     sizes = AllocArray<std::uint32_t>(n);
@@ -295,11 +297,9 @@ const TrackRecord* ChooseImageTrack(const Container* f, const Mp4State& st) noex
 
 std::int32_t FindPayloadOrMissing(TMXStream* s, AtomRange range, std::uint32_t type,
                                   AtomRange* payload) noexcept {
-  std::uint32_t pos = 0, size = 0;
-  std::int32_t rc = AtomFindChild(s, range, type, &pos, &size);
-  if (rc == TMX_ERR_SEEK) return TMX_ERR_NOT_FOUND;
-  TMX_RETURN_IF_ERROR(rc);
-  *payload = PayloadOf(pos, size);
+  Box box{};
+  TMX_RETURN_IF_ERROR(FindBoxOr(s, range, type, &box, TMX_ERR_NOT_FOUND));
+  *payload = box.payload();
   return TMX_OK;
 }
 
@@ -329,11 +329,9 @@ std::int32_t LookUpSideSample(Container* f, const TrackRecord& track, std::uint3
                               TMXFrameInfo* out) noexcept {
   TMXStream* s = f->stream;
   if (track.stblPos == 0) return TMX_ERR_NOT_FOUND;
-  std::uint32_t stblSize = 0, type = 0;
-  TMX_RETURN_IF_ERROR(s->ops->Seek(s, track.stblPos));
-  TMX_RETURN_IF_ERROR(AtomReadHeader(s, &stblSize, &type));
-  if (stblSize < kAtomHeaderSize) return TMX_ERR_INCONSISTENT;
-  const AtomRange stbl = PayloadOf(track.stblPos, stblSize);
+  Box box{};
+  TMX_RETURN_IF_ERROR(ReadBoxAt(s, track.stblPos, State(f).movie, &box));
+  const AtomRange stbl = box.payload();
   AtomRange stts{}, stsc{}, stco{}, stsz{};
   TMX_RETURN_IF_ERROR(FindPayloadOrMissing(s, stbl, FourCC("stts"), &stts));
   std::uint32_t frames = 0;
@@ -419,13 +417,17 @@ std::int32_t SetUpAudioTables(Container* f) noexcept {
   TMXStream* s = f->stream;
   Mp4State& st = State(f);
   f->info.audioTrackType = st.audioTrack.entryType;
-  std::uint32_t stblSize = 0, type = 0;
-  TMX_RETURN_IF_ERROR(s->ops->Seek(s, st.audioTrack.stblPos));
-  TMX_RETURN_IF_ERROR(AtomReadHeader(s, &stblSize, &type));
-  if (stblSize < kAtomHeaderSize) return TMX_ERR_INCONSISTENT;
-  const AtomRange stbl = PayloadOf(st.audioTrack.stblPos, stblSize);
+  Box box{};
+  TMX_RETURN_IF_ERROR(ReadBoxAt(s, st.audioTrack.stblPos, st.movie, &box));
+  const std::uint32_t stblSize = box.size;
+  const AtomRange stbl = box.payload();
   std::uint32_t pos = 0, size = 0;
-  auto find = [&](std::uint32_t t) { return AtomFindChild(s, stbl, t, &pos, &size); };
+  auto find = [&](std::uint32_t t) {
+    TMX_RETURN_IF_ERROR(FindBoxOr(s, stbl, t, &box, TMX_ERR_INCONSISTENT));
+    pos = box.pos;
+    size = box.size;
+    return TMX_OK;
+  };
 
   TMX_RETURN_IF_ERROR(find(FourCC("stsd")));
   TMX_RETURN_IF_ERROR(ReadSampleDescription(f, PayloadOf(pos, size)));

@@ -19,26 +19,32 @@ bool IsSampleEntry(std::uint32_t type, std::uint32_t* canonical) noexcept {
   return false;
 }
 
-// Payload range of the atom whose header is at `position`; checks its type.
-std::int32_t OpenAtom(TMXStream* s, std::uint32_t position, std::uint32_t type, AtomRange* payload,
-                      std::int32_t wrongType) noexcept {
-  std::uint32_t size = 0, found = 0;
-  TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-  TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &found));
-  if (!AtomTypeMatches(found, type)) return wrongType;
-  if (size < kAtomHeaderSize || std::uint64_t(position) + size > UINT32_MAX)
-    return TMX_ERR_INCONSISTENT;
-  *payload = PayloadOf(position, size);
+// Payload range of the box of `type` whose header is at `position`, which
+// must lie inside the movie; another type gives `wrongType`.
+std::int32_t OpenAtom(const Container* file, std::uint32_t position, std::uint32_t type,
+                      AtomRange* payload, std::int32_t wrongType) noexcept {
+  Box box{};
+  const std::int32_t rc = OpenBoxAt(file->stream, position, type, State(file).movie, &box);
+  if (rc == kAbsent) return wrongType;
+  TMX_RETURN_IF_ERROR(rc);
+  *payload = box.payload();
   return TMX_OK;
 }
 
-// Finds a child and returns its payload range.
+// Finds a child and returns its payload range; kAbsent when there is none.
 std::int32_t FindPayload(TMXStream* s, AtomRange range, std::uint32_t type,
                          AtomRange* payload) noexcept {
-  std::uint32_t pos = 0, size = 0;
-  TMX_RETURN_IF_ERROR(AtomFindChild(s, range, type, &pos, &size));
-  *payload = PayloadOf(pos, size);
+  Box box{};
+  TMX_RETURN_IF_ERROR(FindBox(s, range, type, &box));
+  *payload = box.payload();
   return TMX_OK;
+}
+
+// As FindPayload, with the absence reported as `absentCode`.
+std::int32_t FindPayloadOr(TMXStream* s, AtomRange range, std::uint32_t type, AtomRange* payload,
+                           std::int32_t absentCode) noexcept {
+  const std::int32_t rc = FindPayload(s, range, type, payload);
+  return rc == kAbsent ? absentCode : rc;
 }
 
 // The "mdhd" of a track: the audio timescale (when wanted) and the quality
@@ -66,50 +72,47 @@ std::int32_t ReadMediaHeader(Container* file, TMXStream* s, TrackRecord* track, 
 // the first recognised one; "png " entries before it set flag 0x10.
 std::int32_t ReadEntryType(TMXStream* s, std::uint32_t stsdPos, AtomRange trak,
                            TrackRecord* track) noexcept {
-  std::uint32_t position = stsdPos + 16;
-  while (position < trak.end) {
-    std::uint32_t size = 0, type = 0;
-    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
-    if (!AtomFits(position, size, trak)) return TMX_ERR_INCONSISTENT;
-    if (AtomTypeMatches(type, FourCC("png "))) {
-      track->flags |= kLeadingExtraSample;
-    } else if (std::uint32_t canonical = 0; IsSampleEntry(type, &canonical)) {
-      track->entryType = canonical;
-      return TMX_OK;
-    }
-    position += size;
-  }
-  return TMX_OK;
+  constexpr std::int32_t kFound = 2;
+  const std::int32_t rc =
+      ForEachBox(s, {stsdPos + 16, trak.end}, [&](const Box& entry) -> std::int32_t {
+        if (AtomTypeMatches(entry.type, FourCC("png "))) {
+          track->flags |= kLeadingExtraSample;
+        } else if (std::uint32_t canonical = 0; IsSampleEntry(entry.type, &canonical)) {
+          track->entryType = canonical;
+          return kFound;
+        }
+        return TMX_OK;
+      });
+  return rc == kFound ? TMX_OK : rc;
 }
 
 // Reads the sample count of a track's "stsz"; when the table holds per-sample
 // sizes, the count must fit the atom.
 std::int32_t ReadSampleCount(TMXStream* s, AtomRange stbl, std::uint32_t* count) noexcept {
-  AtomRange stsz{};
-  TMX_RETURN_IF_ERROR(FindPayload(s, stbl, FourCC("stsz"), &stsz));
+  Box stsz{};
+  TMX_RETURN_IF_ERROR(FindBoxOr(s, stbl, FourCC("stsz"), &stsz, TMX_ERR_NOT_FOUND));
   std::uint32_t versionFlags = 0, sampleSize = 0;
   TMX_RETURN_IF_ERROR(AtomReadU32(s, &versionFlags));
   TMX_RETURN_IF_ERROR(AtomReadU32(s, &sampleSize));
   return AtomReadU32(s, count);
 }
 
-std::int32_t StblOf(TMXStream* s, const TrackRecord& track, AtomRange* stbl) noexcept {
+std::int32_t StblOf(const Container* file, const TrackRecord& track, AtomRange* stbl) noexcept {
   if (track.stblPos == 0) return TMX_ERR_NOT_FOUND;
-  return OpenAtom(s, track.stblPos, FourCC("stbl"), stbl, TMX_ERR_NOT_FOUND);
+  return OpenAtom(file, track.stblPos, FourCC("stbl"), stbl, TMX_ERR_NOT_FOUND);
 }
 
 // Chapter start frames from the chapter-title track.
 std::int32_t LoadChapters(Container* file, const TrackRecord& track) noexcept {
   TMXStream* s = file->stream;
   AtomRange stbl{}, stts{};
-  TMX_RETURN_IF_ERROR(StblOf(s, track, &stbl));
+  TMX_RETURN_IF_ERROR(StblOf(file, track, &stbl));
   std::uint32_t count = 0;
   TMX_RETURN_IF_ERROR(ReadSampleCount(s, stbl, &count));
   if (count == 0) return TMX_OK;
   // Each chapter has a title sample of at least its 2-byte length.
-  if (!CountFitsStream(State(file).streamSize, count, 2)) return TMX_ERR_INCONSISTENT;
-  TMX_RETURN_IF_ERROR(FindPayload(s, stbl, FourCC("stts"), &stts));
+  if (!BytesExist(s, 2ull * count)) return TMX_ERR_INCONSISTENT;
+  TMX_RETURN_IF_ERROR(FindPayloadOr(s, stbl, FourCC("stts"), &stts, TMX_ERR_NOT_FOUND));
   Owned<std::uint32_t> starts(AllocArray<std::uint32_t>(count));
   if (!starts) return TMX_ERR_MEMORY;
   TMX_RETURN_IF_ERROR(SumSampleDeltas(s, stts, file->info.samplesPerFrame, starts.get(), count));
@@ -124,8 +127,7 @@ std::int32_t LoadChapters(Container* file, const TrackRecord& track) noexcept {
 std::int32_t LoadImageGroup(Container* file, const TrackRecord& first) noexcept {
   TMXStream* s = file->stream;
   Mp4State& st = State(file);
-  AtomRange movie{};
-  TMX_RETURN_IF_ERROR(AtomLocateMovie(s, &movie));
+  const AtomRange movie = st.movie;
   std::uint32_t count = 0;
   TMX_RETURN_IF_ERROR(ForEachTrack(s, movie, [&](std::uint32_t pos, std::uint32_t size) {
     TrackRecord t{};
@@ -167,8 +169,8 @@ std::int32_t LoadImages(Container* file, const TrackRecord& track) noexcept {
   TMXStream* s = file->stream;
   Mp4State& st = State(file);
   AtomRange stbl{}, stsd{};
-  TMX_RETURN_IF_ERROR(StblOf(s, track, &stbl));
-  TMX_RETURN_IF_ERROR(FindPayload(s, stbl, FourCC("stsd"), &stsd));
+  TMX_RETURN_IF_ERROR(StblOf(file, track, &stbl));
+  TMX_RETURN_IF_ERROR(FindPayloadOr(s, stbl, FourCC("stsd"), &stsd, TMX_ERR_NOT_FOUND));
   std::uint32_t versionFlags = 0, entries = 0, entrySize = 0, entryType = 0;
   TMX_RETURN_IF_ERROR(AtomReadU32(s, &versionFlags));
   TMX_RETURN_IF_ERROR(AtomReadU32(s, &entries));
@@ -210,14 +212,16 @@ std::int32_t ReadChapterTrackIds(Container* file, Owned<std::uint32_t>& ids,
   const Mp4State& st = State(file);
   *count = 0;
   AtomRange trak{}, tref{};
-  TMX_RETURN_IF_ERROR(OpenAtom(s, st.audioTrack.trakPos, FourCC("trak"), &trak, TMX_ERR_NOT_FOUND));
+  TMX_RETURN_IF_ERROR(
+      OpenAtom(file, st.audioTrack.trakPos, FourCC("trak"), &trak, TMX_ERR_NOT_FOUND));
   if (FindPayload(s, trak, FourCC("tref"), &tref) != 0) return TMX_OK;
   if (tref.end - tref.begin < kAtomHeaderSize) return TMX_OK;
-  std::uint32_t size = 0, type = 0;
-  TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
-  if (!AtomTypeMatches(type, FourCC("chap"))) return TMX_OK;
-  if (!AtomFits(tref.begin, size, tref)) return TMX_ERR_INCONSISTENT;
-  const std::uint32_t n = (size - kAtomHeaderSize) / 4;
+  // Only a "chap" list at the head of "tref" counts; it lies inside "tref",
+  // which bounds the number of IDs.
+  Box chap{};
+  TMX_RETURN_IF_ERROR(ReadBoxAt(s, tref.begin, tref, &chap));
+  if (!AtomTypeMatches(chap.type, FourCC("chap"))) return TMX_OK;
+  const std::uint32_t n = (chap.size - kAtomHeaderSize) / 4;
   if (n == 0) return TMX_OK;
   ids.reset(AllocArray<std::uint32_t>(n));
   if (!ids) return TMX_ERR_MEMORY;
@@ -226,10 +230,31 @@ std::int32_t ReadChapterTrackIds(Container* file, Owned<std::uint32_t>& ids,
   return TMX_OK;
 }
 
+// The walk of a track's "mdia": "mdhd" is read, "minf" ends the walk.
+struct MediaWalk {
+  Container* file;
+  TrackRecord* track;
+  bool audio;
+  AtomRange minf;
+};
+constexpr std::int32_t kMinfFound = 2;
+
+std::int32_t ReadMdhd(MediaWalk& walk, const Box&) noexcept {
+  return ReadMediaHeader(walk.file, walk.file->stream, walk.track, walk.audio);
+}
+
+std::int32_t ReadMinf(MediaWalk& walk, const Box& box) noexcept {
+  walk.minf = box.payload();
+  return kMinfFound;
+}
+
+constexpr BoxReader<MediaWalk> kMediaReaders[] = {{FourCC("mdhd"), ReadMdhd},
+                                                  {FourCC("minf"), ReadMinf}};
+
 }  // namespace
 
 std::int32_t ParseTrackHeader(TMXStream* s, AtomRange trak, TrackRecord* track) noexcept {
-  TMX_RETURN_IF_ERROR(FindPayload(s, trak, FourCC("tkhd"), &trak));
+  TMX_RETURN_IF_ERROR(FindPayloadOr(s, trak, FourCC("tkhd"), &trak, TMX_ERR_NOT_FOUND));
   std::uint8_t version = 0;
   std::uint32_t flags = 0;
   TMX_RETURN_IF_ERROR(AtomReadU24(s, &version, &flags));
@@ -249,42 +274,27 @@ std::int32_t WalkTrack(Container* file, std::uint32_t trakPos, TrackRecord* trac
   TMXStream* s = file->stream;
   track->entryType = 0;
   AtomRange trak{}, mdia{}, stbl{};
-  TMX_RETURN_IF_ERROR(OpenAtom(s, trakPos, FourCC("trak"), &trak, TMX_ERR_NOT_FOUND));
+  TMX_RETURN_IF_ERROR(OpenAtom(file, trakPos, FourCC("trak"), &trak, TMX_ERR_NOT_FOUND));
   track->trakPos = trakPos;
   if (FindPayload(s, trak, FourCC("mdia"), &mdia) != 0) return TMX_OK;
 
   // The children of "mdia" up to "minf"; "mdhd" is read on the way.
-  std::uint32_t position = mdia.begin;
-  AtomRange minf{};
-  bool haveMinf = false;
-  while (position < mdia.end && !haveMinf) {
-    std::uint32_t size = 0, type = 0;
-    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-    TMX_RETURN_IF_ERROR(AtomReadHeader(s, &size, &type));
-    if (!AtomFits(position, size, mdia)) return TMX_ERR_INCONSISTENT;
-    if (AtomTypeMatches(type, FourCC("mdhd"))) {
-      TMX_RETURN_IF_ERROR(ReadMediaHeader(file, s, track, audio));
-    } else if (AtomTypeMatches(type, FourCC("minf"))) {
-      minf = PayloadOf(position, size);
-      haveMinf = true;
-    }
-    position += size;
-  }
-  if (!haveMinf) return TMX_OK;
-  std::uint32_t stblPos = 0, stblSize = 0;
-  if (AtomFindChild(s, minf, FourCC("stbl"), &stblPos, &stblSize) != 0) return TMX_OK;
-  track->stblPos = stblPos;
-  stbl = PayloadOf(stblPos, stblSize);
-  std::uint32_t stsdPos = 0;
-  if (AtomFindChild(s, stbl, FourCC("stsd"), &stsdPos) != 0) return TMX_OK;
-  return ReadEntryType(s, stsdPos, trak, track);
+  MediaWalk walk{file, track, audio, {}};
+  const std::int32_t rc = Walk(s, mdia, kMediaReaders, walk);
+  if (rc != kMinfFound) return rc;
+  Box box{};
+  if (FindBox(s, walk.minf, FourCC("stbl"), &box) != 0) return TMX_OK;
+  track->stblPos = box.pos;
+  stbl = box.payload();
+  if (FindBox(s, stbl, FourCC("stsd"), &box) != 0) return TMX_OK;
+  return ReadEntryType(s, box.pos, trak, track);
 }
 
 std::int32_t FindAudioTrack(Container* file) noexcept {
   TMXStream* s = file->stream;
   Mp4State& st = State(file);
-  AtomRange movie{};
-  TMX_RETURN_IF_ERROR(AtomLocateMovie(s, &movie));
+  TMX_RETURN_IF_ERROR(AtomLocateMovie(s, &st.movie));
+  const AtomRange movie = st.movie;
   bool found = false;
   std::int32_t rc = ForEachTrack(s, movie, [&](std::uint32_t pos, std::uint32_t size) {
     TrackRecord t{};
@@ -313,9 +323,7 @@ std::int32_t LoadChapterTracks(Container* file) noexcept {
   TMX_RETURN_IF_ERROR(ReadChapterTrackIds(file, ids, &idCount));
   if (idCount == 0) return TMX_OK;
   const std::uint32_t* idsBegin = ids.get();
-  AtomRange movie{};
-  TMX_RETURN_IF_ERROR(AtomLocateMovie(s, &movie));
-  return ForEachTrack(s, movie, [&](std::uint32_t pos, std::uint32_t size) {
+  return ForEachTrack(s, st.movie, [&](std::uint32_t pos, std::uint32_t size) {
     TrackRecord t{};
     if (ParseTrackHeader(s, PayloadOf(pos, size), &t) != 0 ||
         std::find(idsBegin, idsBegin + idCount, t.trackId) == idsBegin + idCount)
@@ -336,7 +344,7 @@ std::int32_t LoadChapterTracks(Container* file) noexcept {
       case FourCC("tx3g"): {
         AtomRange stbl{};
         std::uint32_t count = 0;
-        if (StblOf(s, t, &stbl) == 0 && ReadSampleCount(s, stbl, &count) == 0) {
+        if (StblOf(file, t, &stbl) == 0 && ReadSampleCount(s, stbl, &count) == 0) {
           st.hasLinkTrack = 1;
           st.linkTrack = t;
           file->info.linkCount = count;

@@ -24,16 +24,9 @@ std::int32_t WalkTrack(Container* file, std::uint32_t trakPos, TrackRecord* trac
 // result of `visit` stops the walk and is returned.
 template <class Visit>
 std::int32_t ForEachTrack(TMXStream* s, AtomRange movie, Visit&& visit) noexcept {
-  std::uint32_t position = movie.begin;
-  while (position < movie.end) {
-    std::uint32_t trakPos = 0, trakSize = 0;
-    std::int32_t rc = AtomFindChild(s, {position, movie.end}, FourCC("trak"), &trakPos, &trakSize);
-    if (rc == TMX_ERR_SEEK) return TMX_OK;  // no more tracks
-    TMX_RETURN_IF_ERROR(rc);
-    TMX_RETURN_IF_ERROR(visit(trakPos, trakSize));
-    position = trakPos + trakSize;
-  }
-  return TMX_OK;
+  return ForEachBox(s, movie, [&](const Box& box) -> std::int32_t {
+    return AtomTypeMatches(box.type, FourCC("trak")) ? visit(box.pos, box.size) : TMX_OK;
+  });
 }
 
 // Finds the audio track: the first track flagged main whose sample entry

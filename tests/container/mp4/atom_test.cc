@@ -1,4 +1,4 @@
-// Atom primitives: type folding, bounded child search, locating the movie.
+// Box primitives: type folding, bounded child search, locating the movie.
 #include <gtest/gtest.h>
 
 #include "container/mp4/atom.h"
@@ -20,32 +20,48 @@ TEST(AtomTypes, CapitalsInTheFileMatchLowerCaseLiterals) {
   EXPECT_FALSE(AtomTypeMatches(FourCC("tra_"), FourCC("trak")));
 }
 
-TEST(AtomFindChild, FindsByTypeAndLeavesTheStreamAtThePayload) {
+TEST(Boxes, FoundByTypeAbsentIsNotAFailure) {
   MemoryStream m(Concat({Atom("free", {1, 2}), Atom("TRAK", {7, 8, 9}), Atom("udta", {})}));
-  std::uint32_t pos = 0, size = 0;
   const AtomRange all{0, std::uint32_t(m.data().size())};
-  ASSERT_EQ(AtomFindChild(m.stream(), all, FourCC("trak"), &pos, &size), TMX_OK);
-  EXPECT_EQ(pos, 10u);
-  EXPECT_EQ(size, 11u);
+  Box box{};
+  ASSERT_EQ(FindBox(m.stream(), all, FourCC("trak"), &box), TMX_OK);
+  EXPECT_EQ(box.pos, 10u);
+  EXPECT_EQ(box.size, 11u);
   EXPECT_EQ(m.position(), 18u);
-  EXPECT_EQ(AtomFindChild(m.stream(), all, FourCC("mdia")), TMX_ERR_SEEK);
+  EXPECT_EQ(FindBox(m.stream(), all, FourCC("mdia"), &box), kAbsent);
+  EXPECT_EQ(FindBoxOr(m.stream(), all, FourCC("mdia"), &box, TMX_ERR_NOT_FOUND), TMX_ERR_NOT_FOUND);
+  // A failed read is passed on as it is, never taken for "absent".
+  m.fail_read(1);
+  EXPECT_EQ(FindBox(m.stream(), all, FourCC("mdia"), &box), TMX_ERR_READ);
   // An empty range is not read at all.
   const int reads = m.reads();
-  EXPECT_EQ(AtomFindChild(m.stream(), {10, 10}, FourCC("trak")), TMX_ERR_SEEK);
+  EXPECT_EQ(FindBox(m.stream(), {10, 10}, FourCC("trak"), &box), kAbsent);
   EXPECT_EQ(m.reads(), reads);
 }
 
-TEST(AtomFindChild, RefusesAtomsThatCannotBeWalked) {
-  // A zero size would never advance; a size past the parent leaves it.
+TEST(Boxes, ChildrenMustLieInsideTheirParent) {
+  // A zero size would never advance; a size past the parent leaves it; a
+  // parent range past the end of its own box is cut by the box read first.
   for (std::uint32_t badSize : {0u, 7u, 1000u}) {
     auto bytes = Concat({Atom("free", {1, 2}), Atom("udta", {})});
     bytes[3] = std::uint8_t(badSize);
     bytes[2] = std::uint8_t(badSize >> 8);
     MemoryStream m(bytes);
-    EXPECT_EQ(AtomFindChild(m.stream(), {0, std::uint32_t(bytes.size())}, FourCC("udta")),
+    Box box{};
+    EXPECT_EQ(FindBox(m.stream(), {0, std::uint32_t(bytes.size())}, FourCC("udta"), &box),
               TMX_ERR_INCONSISTENT)
         << badSize;
   }
+  MemoryStream m(Concat({Atom("trak", Atom("tref", Atom("chap", Be32(1))))}));
+  Box trak{}, tref{};
+  ASSERT_EQ(ReadBoxAt(m.stream(), 0, {0, 100}, &trak), TMX_OK);
+  ASSERT_EQ(FindBox(m.stream(), trak.payload(), FourCC("tref"), &tref), TMX_OK);
+  EXPECT_EQ(ReadBoxAt(m.stream(), 0, {0, 27}, &trak), TMX_ERR_INCONSISTENT);
+  EXPECT_EQ(ReadBoxAt(m.stream(), 4, {0, 28}, &trak), TMX_ERR_INCONSISTENT);
+  EXPECT_EQ(OpenBoxAt(m.stream(), 8, FourCC("trak"), {0, 28}, &trak), kAbsent);
+  EXPECT_TRUE(CountFits({16, 28}, 20, 2, 4));
+  EXPECT_FALSE(CountFits({16, 28}, 20, 3, 4));
+  EXPECT_FALSE(CountFits({16, 28}, 20, 0x40000001, 4));
 }
 
 TEST(AtomReads, SixtyFourBitFieldsKeepTheirLowHalf) {

@@ -1,0 +1,70 @@
+// What a player does with an open programme, as the fuzz targets and the
+// replay of their findings run it: every frame and side sample, decoding,
+// chapter titles, links, pictures at every quality, metadata in every text
+// format, and seeks. Results are not checked here; the sanitizers and the
+// callers' bounds are.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "tmxsdk.h"
+
+namespace tmx::fuzz {
+
+inline void ExerciseProgramme(TMXFile* f) {
+  std::vector<std::uint8_t> buffer(1 << 16);
+  std::int16_t pcm[4096];
+  std::uint32_t v = 0, n = 0;
+  TMXEnableChapterText(f);
+  TMXEnableChapterLinks(f);
+  TMXEnableChapterImages(f);
+  TMXFrameInfo info{};
+  for (int i = 0; i < 400 && TMXGetNextFrameInfo(f, &info) == TMX_OK; ++i) {
+    if (info.type == 0x74657874) TMXGetChapterText(f, &info, buffer.data(), 64);
+    if (info.type == 0x74783367) TMXGetLink(f, &info, buffer.data(), 300);
+    if (info.type == 0x6A706567) TMXGetEncodedImage(f, &info, 0, buffer.data(), 100, &n);
+    if (TMXSkipNextFrame(f) != TMX_OK) break;
+  }
+  TMXEnableADTSHeaders(f);
+  for (int i = 0; i < 400; ++i) {
+    if (TMXGetEncodedAudio(f, buffer.data(), std::int32_t(buffer.size()), &n) != TMX_OK) break;
+    TMXDecodePCMFrame(f, buffer.data() + 7, n > 7 ? n - 7 : 0, pcm, sizeof pcm, &v);
+  }
+  TMXGetChapterCount(f, &n);
+  for (std::uint32_t c = 0; c < n && c < 50; ++c) {
+    TMXGetChapterStartTime(f, c, &v);
+    TMXGetChapterInfo(f, c, &info);
+    TMXGetChapterText(f, &info, buffer.data(), 200);
+  }
+  TMXGetLinkCount(f, &n);
+  for (std::uint32_t l = 0; l < n && l < 50; ++l) {
+    TMXGetLinkInfo(f, l, &info);
+    TMXGetLink(f, &info, buffer.data(), 300);
+  }
+  for (std::uint32_t q = 0; q < 5; ++q) {
+    TMXSetImageQuality(f, q);
+    if (TMXGetImageInfo(f, 0, &info) == TMX_OK) TMXGetEncodedImage(f, &info, 0, buffer.data(), 4096, &n);
+  }
+  for (std::uint32_t format : {0u, 1u, 3u}) {
+    TMXSetUnicodeFormat(f, format);
+    for (const char* key : {"@tit", "@aut", "@car", "@ual", "@pid"}) {
+      const std::uint32_t k = (std::uint32_t(key[0]) << 24) | (std::uint32_t(key[1]) << 16) |
+                              (std::uint32_t(key[2]) << 8) | std::uint32_t(key[3]);
+      TMXGetMetadataInfo(f, k, 0, &v);
+      TMXGetMetadata(f, k, buffer.data(), 512);
+      TMXGetChapterMetadata(f, 0, k, buffer.data(), 512);
+    }
+    std::uint32_t locales[4], count = 4;
+    TMXGetMetadataLocaleList(f, locales, &count);
+    n = 256;
+    TMXGetUseralias(f, buffer.data(), &n);
+  }
+  TMXGetDuration(f, &v);
+  TMXSeek(f, v / 2);
+  TMXSeekToChapter(f, 0);
+  TMXGetCurrentChapter(f, &v);
+  TMXGetPlaybackPosition(f, &v);
+}
+
+}  // namespace tmx::fuzz
