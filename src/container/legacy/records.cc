@@ -38,15 +38,18 @@ constexpr std::size_t kNameChars = 31;
 
 constexpr std::uint32_t kCoverFixed = 8;
 
-// Records that a lookup reads must lie inside the file.
-std::int32_t CheckInside(const LegacyState& st, const Record& r) noexcept {
-  return std::uint64_t(r.offset) + r.size > st.fileEnd ? TMX_ERR_INCONSISTENT : TMX_OK;
+// Records that a lookup reads must lie inside the file; in a stream that
+// cannot tell its size, their last byte must be there.
+std::int32_t CheckInside(Container* f, const Record& r) noexcept {
+  const std::uint64_t end = std::uint64_t(r.offset) + r.size;
+  if (end > State(f).fileEnd || !BytesExist(f->stream, end)) return TMX_ERR_INCONSISTENT;
+  return TMX_OK;
 }
 
 // Looks a record up and checks that it lies inside the file.
 std::int32_t Inside(Container* f, std::uint32_t type, Record* r) noexcept {
   TMX_RETURN_IF_ERROR(LookUpRecord(f, type, r));
-  return CheckInside(State(f), *r);
+  return CheckInside(f, *r);
 }
 
 void KeepEntry(LegacyState& st, const std::uint8_t* entry) noexcept {
@@ -98,7 +101,7 @@ std::int32_t ReadHeaderRecord(Container* f) noexcept {
   Record r{};
   TMX_RETURN_IF_ERROR(LookUpRecord(f, kRecordHeader, &r));
   if (r.size != kHeaderRecordSize) return TMX_ERR_INCONSISTENT;
-  TMX_RETURN_IF_ERROR(CheckInside(State(f), r));
+  TMX_RETURN_IF_ERROR(CheckInside(f, r));
   std::uint8_t b[kHeaderRecordSize];
   TMX_RETURN_IF_ERROR(ReadExactAt(f->stream, r.offset, b));
   const std::uint16_t version = LoadBE16(b);
