@@ -107,7 +107,7 @@ struct TMXStream {
    TMXInitIOStream or TMXInitInputStream. */
 typedef struct TMXFileStream {
   const TMXStreamOps* ops;
-  void* handle; /* platform file handle, null until opened */
+  void* handle; /* the stream's own: its open file and read buffer; null until opened */
   wchar_t path[TMX_PATH_CAPACITY];
 } TMXFileStream;
 

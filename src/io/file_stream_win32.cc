@@ -1,4 +1,5 @@
-// File layer for Windows, on the wide-character file functions.
+// File layer for Windows, on the wide-character file functions. Reads and
+// writes name their offset, so the handle's own file pointer plays no part.
 #ifdef _WIN32
 
 #include <windows.h>
@@ -6,98 +7,78 @@
 #include <cstdint>
 
 #include "io/file_stream.h"
-#include "util/alloc.h"
 
 namespace tmx::platform {
 namespace {
 
-TMXFileStream* AsFile(TMXStream* s) noexcept { return reinterpret_cast<TMXFileStream*>(s); }
+HANDLE AsHandle(NativeFile file) noexcept { return reinterpret_cast<HANDLE>(file); }
 
-HANDLE Handle(TMXStream* s) noexcept {
-  return s ? static_cast<HANDLE>(AsFile(s)->handle) : nullptr;
-}
-
-bool Usable(HANDLE h) noexcept { return h != nullptr && h != INVALID_HANDLE_VALUE; }
-
-std::int32_t Adopt(TMXStream* s, HANDLE h) noexcept {
-  if (!Usable(h)) {
-    (void)GetLastError();
-    return TMX_ERR_FILE;
-  }
-  if (HANDLE old = Handle(s); Usable(old)) CloseHandle(old);
-  AsFile(s)->handle = h;
-  return TMX_OK;
+OVERLAPPED At(std::uint64_t offset) noexcept {
+  OVERLAPPED at{};
+  at.Offset = DWORD(offset);
+  at.OffsetHigh = DWORD(offset >> 32);
+  return at;
 }
 
 }  // namespace
 
-std::int32_t Create(TMXStream* s) noexcept {
-  if (!s) return TMX_ERR_FILE;
-  HANDLE h = CreateFileW(AsFile(s)->path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
-                         FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM, nullptr);
-  return Adopt(s, h);
+bool OpenFile(const wchar_t* path, Access access, NativeFile* file) noexcept {
+  HANDLE h = INVALID_HANDLE_VALUE;
+  switch (access) {
+    case Access::kCreate:
+      h = CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
+                      FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM, nullptr);
+      break;
+    case Access::kRead:
+    case Access::kReadWrite: {
+      const DWORD rights = access == Access::kRead ? GENERIC_READ : (GENERIC_READ | GENERIC_WRITE);
+      h = CreateFileW(path, rights, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
+                      nullptr);
+      break;
+    }
+  }
+  if (h == nullptr || h == INVALID_HANDLE_VALUE) return false;
+  *file = reinterpret_cast<NativeFile>(h);
+  return true;
 }
 
-std::int32_t Open(TMXStream* s, std::int32_t mode) noexcept {
-  if (mode != TMX_STREAM_READ && mode != TMX_STREAM_READ_WRITE) return TMX_ERR_ARGUMENT;
-  if (!s) return TMX_ERR_FILE;
-  DWORD access = mode == TMX_STREAM_READ ? GENERIC_READ : (GENERIC_READ | GENERIC_WRITE);
-  HANDLE h = CreateFileW(AsFile(s)->path, access, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                         FILE_ATTRIBUTE_NORMAL, nullptr);
-  return Adopt(s, h);
+void CloseFile(NativeFile file) noexcept { CloseHandle(AsHandle(file)); }
+
+std::int64_t ReadAt(NativeFile file, std::uint64_t offset, void* buffer,
+                    std::uint32_t count) noexcept {
+  auto* out = static_cast<char*>(buffer);
+  std::uint32_t got = 0;
+  while (got < count) {
+    OVERLAPPED at = At(offset + got);
+    DWORD n = 0;
+    if (!ReadFile(AsHandle(file), out + got, count - got, &n, &at)) {
+      if (GetLastError() == ERROR_HANDLE_EOF) break;
+      return got > 0 ? got : -1;
+    }
+    if (n == 0) break;  // end of file
+    got += n;
+  }
+  return got;
 }
 
-std::int32_t Close(TMXStream* s) noexcept {
-  HANDLE h = Handle(s);
-  if (!Usable(h)) return TMX_ERR_HANDLE;
-  CloseHandle(h);
-  AsFile(s)->handle = nullptr;
-  Free(s);
-  return TMX_OK;
+std::int64_t WriteAt(NativeFile file, std::uint64_t offset, const void* buffer,
+                     std::uint32_t count) noexcept {
+  const auto* in = static_cast<const char*>(buffer);
+  std::uint32_t put = 0;
+  while (put < count) {
+    OVERLAPPED at = At(offset + put);
+    DWORD n = 0;
+    if (!WriteFile(AsHandle(file), in + put, count - put, &n, &at)) return put > 0 ? put : -1;
+    if (n == 0) break;
+    put += n;
+  }
+  return put;
 }
 
-std::uint32_t GetSize(TMXStream* s) noexcept {
-  HANDLE h = Handle(s);
-  if (!Usable(h)) return TMX_STREAM_UNKNOWN;
-  return GetFileSize(h, nullptr);
-}
-
-std::uint32_t Tell(TMXStream* s) noexcept {
-  HANDLE h = Handle(s);
-  if (!Usable(h)) return TMX_STREAM_UNKNOWN;
-  return SetFilePointer(h, 0, nullptr, FILE_CURRENT);
-}
-
-std::int32_t Seek(TMXStream* s, std::uint32_t position) noexcept {
-  HANDLE h = Handle(s);
-  if (h == nullptr) return TMX_ERR_HANDLE;
-  DWORD target = position;
-  LONG high = 0;
-  // Positions above 2 GiB go through the high word so they are not taken as
-  // negative distances.
-  DWORD r = SetFilePointer(h, LONG(target), &high, FILE_BEGIN);
-  return r == INVALID_SET_FILE_POINTER ? TMX_ERR_SEEK : TMX_OK;
-}
-
-std::int32_t Read(TMXStream* s, void* buffer, std::int32_t count, std::int32_t* done) noexcept {
-  HANDLE h = Handle(s);
-  if (!Usable(h)) return TMX_ERR_HANDLE;
-  if (!buffer || count < 0) return TMX_ERR_READ;
-  DWORD n = 0;
-  if (!ReadFile(h, buffer, DWORD(count), &n, nullptr)) return TMX_ERR_READ;
-  if (done) *done = std::int32_t(n);
-  return n == 0 ? TMX_ERR_READ : TMX_OK;
-}
-
-std::int32_t Write(TMXStream* s, const void* buffer, std::int32_t count,
-                   std::int32_t* done) noexcept {
-  HANDLE h = Handle(s);
-  if (!Usable(h)) return TMX_ERR_HANDLE;
-  if (!buffer || count < 0) return TMX_ERR_WRITE;
-  DWORD n = 0;
-  if (!WriteFile(h, buffer, DWORD(count), &n, nullptr)) return TMX_ERR_WRITE;
-  if (done) *done = std::int32_t(n);
-  return n == 0 ? TMX_ERR_WRITE : TMX_OK;
+std::int64_t FileSize(NativeFile file) noexcept {
+  LARGE_INTEGER size;
+  if (!GetFileSizeEx(AsHandle(file), &size)) return -1;
+  return size.QuadPart;
 }
 
 }  // namespace tmx::platform

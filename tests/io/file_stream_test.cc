@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
+#include <vector>
 
 #include "io/file_stream.h"
 #include "support/temp_dir.h"
@@ -47,7 +49,94 @@ TEST_F(FileStreamTest, ReadsWithShortReadsAndEndOfFile) {
   // Seeking past the end succeeds; the next read fails.
   EXPECT_EQ(s->ops->Seek(s, 1000), TMX_OK);
   EXPECT_EQ(s->ops->Read(s, buf, 1, nullptr), TMX_ERR_READ);
+  // Opened again, the stream starts over at the beginning.
+  ASSERT_EQ(s->ops->Open(s, TMX_STREAM_READ), TMX_OK);
+  EXPECT_EQ(s->ops->Tell(s), 0u);
+  EXPECT_EQ(s->ops->Read(s, buf, 3, &done), TMX_OK);
+  EXPECT_EQ(std::string(buf, 3), "012");
   EXPECT_EQ(s->ops->Close(s), TMX_OK);
+}
+
+// A random run of Seek, Read, Write, Tell, GetSize and reopening on a
+// read/write stream, checked call by call against a model of the file (its
+// bytes and the position). Seeks favour the edges of the stream's read-ahead
+// window, the end of the file and the bytes just written, and reads come in
+// sizes from none to two windows, so bytes served from the window are
+// compared with what the writes before them left in the file.
+TEST_F(FileStreamTest, AgreesWithAModelOfTheFile) {
+  constexpr std::uint32_t kWindow = kFileBufferSize;
+  constexpr std::uint32_t kReadSizes[] = {0,    1,           3,       4,           16,
+                                          1000, kWindow - 1, kWindow, kWindow + 1, 2 * kWindow + 7};
+  constexpr std::uint32_t kWriteSizes[] = {0, 1, 4, 100, kWindow + 3};
+  for (std::uint32_t seed = 1; seed <= 4; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 rng(seed);
+    auto below = [&](std::uint64_t n) { return std::uint32_t(rng() % n); };
+    std::string model(3 * kWindow + 1234, '\0');
+    for (char& c : model) c = char(rng());
+    const auto p = dir_.Write("model.bin", model);
+    TMXStream* s = Make(p, true);
+    ASSERT_EQ(s->ops->Open(s, TMX_STREAM_READ_WRITE), TMX_OK);
+    std::uint64_t pos = 0;
+    std::vector<char> out(2 * kWindow + 7);
+    for (int step = 0; step < 1500; ++step) {
+      switch (below(10)) {
+        case 0:
+        case 1: {
+          const std::int64_t around[] = {std::int64_t(pos), std::int64_t(below(5)) * kWindow,
+                                         std::int64_t(model.size()), below(model.size())};
+          const std::int64_t target =
+              std::max<std::int64_t>(0, around[below(4)] + std::int64_t(below(9)) - 4);
+          ASSERT_EQ(s->ops->Seek(s, std::uint32_t(target)), TMX_OK);
+          pos = std::uint64_t(target);
+          break;
+        }
+        case 2:
+        case 3:
+        case 4: {
+          const std::uint32_t count = kReadSizes[below(std::size(kReadSizes))];
+          const std::uint64_t n =
+              pos < model.size() ? std::min<std::uint64_t>(count, model.size() - pos) : 0;
+          std::int32_t done = -1;
+          ASSERT_EQ(s->ops->Read(s, out.data(), std::int32_t(count), &done),
+                    n > 0 ? TMX_OK : TMX_ERR_READ)
+              << "read " << count << " at " << pos;
+          ASSERT_EQ(done, std::int32_t(n));
+          ASSERT_EQ(std::string(out.data(), n),
+                    model.substr(std::min<std::uint64_t>(pos, model.size()), n))
+              << "at " << pos;
+          pos += n;
+          break;
+        }
+        case 5:
+        case 6: {
+          std::string data(kWriteSizes[below(std::size(kWriteSizes))], '\0');
+          for (char& c : data) c = char(rng());
+          std::int32_t done = -1;
+          ASSERT_EQ(s->ops->Write(s, data.data(), std::int32_t(data.size()), &done),
+                    data.empty() ? TMX_ERR_WRITE : TMX_OK);
+          ASSERT_EQ(done, std::int32_t(data.size()));
+          if (data.empty()) break;
+          // Writing past the end leaves zeros in between.
+          if (model.size() < pos + data.size()) model.resize(pos + data.size(), '\0');
+          model.replace(pos, data.size(), data);
+          pos += data.size();
+          break;
+        }
+        case 7: ASSERT_EQ(s->ops->Tell(s), std::uint32_t(pos)); break;
+        case 8: ASSERT_EQ(s->ops->GetSize(s), std::uint32_t(model.size())); break;
+        case 9:
+          if (below(10) != 0) break;
+          ASSERT_EQ(s->ops->Close(s), TMX_OK);
+          s = Make(p, true);
+          ASSERT_EQ(s->ops->Open(s, TMX_STREAM_READ_WRITE), TMX_OK);
+          pos = 0;
+          break;
+      }
+    }
+    ASSERT_EQ(s->ops->Close(s), TMX_OK);
+    EXPECT_EQ(Contents(p), model);
+  }
 }
 
 TEST_F(FileStreamTest, InputStreamsNeverWriteOrCreate) {
@@ -159,6 +248,19 @@ TEST_F(FileStreamTest, PathLimitAndAllocationFailure) {
   testing::FailAllocation(1);
   EXPECT_EQ(MakeFileStream(L"x", true), nullptr);
   testing::FailAllocation(0);
+
+  // An open without memory for its read buffer fails and leaves the file
+  // neither open nor locked.
+  auto path = dir_.Write("a.bin", "abc");
+  s = Make(path, true);
+  testing::FailAllocation(1);
+  EXPECT_EQ(s->ops->Open(s, TMX_STREAM_READ_WRITE), TMX_ERR_MEMORY);
+  testing::FailAllocation(0);
+  EXPECT_EQ(s->ops->Tell(s), TMX_STREAM_UNKNOWN);
+  TMXStream* other = Make(path, true);
+  EXPECT_EQ(other->ops->Open(other, TMX_STREAM_READ_WRITE), TMX_OK);
+  EXPECT_EQ(other->ops->Close(other), TMX_OK);
+  DisposeFileStream(s);
 }
 
 TEST_F(FileStreamTest, NonAsciiPathsAreConvertedForTheSystem) {
