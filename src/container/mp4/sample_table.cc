@@ -169,8 +169,11 @@ std::int32_t ReadNextChunkHeader(Container* f) noexcept {
   TMX_RETURN_IF_ERROR(Moved(f, ReadWords(s, w, 7), kChunkHeaderFixedBytes));
   const std::uint32_t n = w[6];
   if (w[0] != (std::uint64_t(n) + 7) * 4) return TMX_ERR_INCONSISTENT;
-  // The sizes must be in the file before they are read into memory.
-  if (!BytesExist(s, next + kChunkHeaderFixedBytes + 4ull * n)) return TMX_ERR_INCONSISTENT;
+  // The sizes must be in the file before they are read into memory (the size
+  // taken at open spares the stream a question per chunk).
+  const std::uint64_t sizesEnd = next + kChunkHeaderFixedBytes + 4ull * n;
+  if (st.streamSize != TMX_STREAM_UNKNOWN ? sizesEnd > st.streamSize : !BytesExist(s, sizesEnd))
+    return TMX_ERR_INCONSISTENT;
   std::uint32_t* sizes = nullptr;
   if (n != 0) {
     sizes = AllocArray<std::uint32_t>(n);
