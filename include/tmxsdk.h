@@ -6,6 +6,15 @@
  * TMX_OK (0) on success, a negative TMX_ERR_* code otherwise. A null TMXFile
  * is reported first (TMX_ERR_HANDLE), a null required pointer next
  * (TMX_ERR_ARGUMENT). No function throws.
+ *
+ * Threads: the library starts none and takes no locks. A TMXFile and its
+ * streams must be used by one thread at a time; separate TMXFiles may be
+ * used on separate threads, decoding included.
+ *
+ * Ownership: the container stream belongs to the file from TMXOpenFile on,
+ * the position stream once the library has opened it; both are closed by
+ * TMXCloseFile. The built-in file streams free themselves in Close, so a
+ * closed built-in stream must not be used again.
  */
 #ifndef TMXSDK_H
 #define TMXSDK_H
@@ -179,7 +188,10 @@ TMX_API int32_t TMXGetEncodedAudio(TMXFile* file, uint8_t* buffer, int32_t size,
 /* Passes over the sample TMXGetNextFrameInfo would describe. */
 TMX_API int32_t TMXSkipNextFrame(TMXFile* file) TMX_NOEXCEPT;
 
-/* Seeking, chapters and the saved position. Times are milliseconds. */
+/* Seeking, chapters and the saved position. Times are milliseconds. The
+   first frame request of an open file restores the saved position, so a seek
+   made before it is undone: seek after the first TMXGetNextFrameInfo,
+   TMXGetEncodedAudio or TMXGetPlaybackPosition. */
 TMX_API int32_t TMXSeek(TMXFile* file, uint32_t ms) TMX_NOEXCEPT;
 TMX_API int32_t TMXSeekToChapter(TMXFile* file, uint32_t chapter) TMX_NOEXCEPT;
 TMX_API int32_t TMXGetChapterStartTime(TMXFile* file, uint32_t chapter, uint32_t* ms) TMX_NOEXCEPT;
@@ -223,7 +235,9 @@ TMX_API int32_t TMXGetUseralias(TMXFile* file, uint8_t* buffer, uint32_t* size) 
 TMX_API int32_t TMXGetLinkCount(TMXFile* file, uint32_t* count) TMX_NOEXCEPT;
 TMX_API int32_t TMXGetChapterInfo(TMXFile* file, uint32_t chapter, TMXFrameInfo* info) TMX_NOEXCEPT;
 TMX_API int32_t TMXGetLinkInfo(TMXFile* file, uint32_t link, TMXFrameInfo* info) TMX_NOEXCEPT;
+/* The start time of chapter title `link` (links sit at their chapters). */
 TMX_API int32_t TMXGetLinkStartTime(TMXFile* file, uint32_t link, uint32_t* ms) TMX_NOEXCEPT;
+/* The image number is not checked against TMXGetImageCount. */
 TMX_API int32_t TMXGetImageInfo(TMXFile* file, uint32_t image, TMXFrameInfo* info) TMX_NOEXCEPT;
 TMX_API int32_t TMXGetImageStartTime(TMXFile* file, uint32_t image, uint32_t* ms) TMX_NOEXCEPT;
 /* The chapter title as text; -25 (and an empty string) for an empty title. */
@@ -239,7 +253,11 @@ TMX_API int32_t TMXGetEncodedImage(TMXFile* file, const TMXFrameInfo* info, uint
 
 /* Decoding. Decodes one encoded frame (as TMXGetEncodedAudio delivered it,
    without ADTS header) into 16-bit PCM, stereo interleaved; pcmCapacity and
-   *pcmLength count bytes. -22 for file types without a decoder. */
+   *pcmLength count bytes. -22 for file types without a decoder. Mono AAC
+   frames hand over as many samples as the frame had bytes, while *pcmLength
+   reports the whole frame; a frame the AAC decoder refuses returns 0 with
+   *pcmLength unchanged. The decoder is made on the first call and belongs to
+   the file. */
 TMX_API int32_t TMXDecodePCMFrame(TMXFile* file, const uint8_t* encoded, uint32_t encodedLength,
                                   int16_t* pcm, uint32_t pcmCapacity,
                                   uint32_t* pcmLength) TMX_NOEXCEPT;
@@ -257,7 +275,9 @@ TMX_API int32_t TMXDecodePCMFrame(TMXFile* file, const uint8_t* encoded, uint32_
 
 /* Size of the pieces in which atoms are moved; at least 64 (default 1024). */
 TMX_API int32_t TMXSetBookmarkBufferSize(TMXFile* file, uint32_t size) TMX_NOEXCEPT;
-/* Writes an empty list into stream; opens it there if it is the position or open list's stream. */
+/* Writes an empty list into stream (Create, write, Close); opens it there if
+   it is the position stream or the open list's stream. A caller's stream sees
+   Close, Create, Close and Open; a built-in one that is open stays open. */
 TMX_API int32_t TMXInitBookmarkList(TMXFile* file, TMXStream* stream) TMX_NOEXCEPT;
 /* Opens the list kept in stream, closing the open one first. */
 TMX_API int32_t TMXOpenBookmarkList(TMXFile* file, TMXStream* stream) TMX_NOEXCEPT;
