@@ -12,7 +12,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 
 namespace tmx {
 
@@ -116,10 +115,9 @@ struct BasicOps {
     return v >> count;
   }
   // Q15 quotient num/den for 0 <= num <= den, by 15 steps of restoring division.
-  // Bad arguments print a message and still give a result.
+  // Other arguments still run the steps, which gives 32767 for num > den >= 0
+  // and 0 for num < 0 <= den.
   static Word16 div_s(Word16 num, Word16 den) noexcept {
-    if (num > den || num < 0 || den < 0) std::printf("Division Error var1=%d  var2=%d\n", num, den);
-    if (den == 0) std::printf("Division by 0, Fatal error \n");
     if (num == 0) return 0;
     if (num == den) return kMax16;
     Word16 out = 0;
