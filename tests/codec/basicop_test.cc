@@ -13,12 +13,8 @@ namespace {
 // Each test starts with a clear general flag and reads it back.
 class BasicOpTest : public ::testing::Test {
  protected:
-  void SetUp() override { overflow::general = 0; }
-  static bool Flagged() {
-    const bool f = overflow::general != 0;
-    overflow::general = 0;
-    return f;
-  }
+  void SetUp() override { overflow::general.store(0); }
+  static bool Flagged() { return overflow::general.exchange(0) != 0; }
 };
 
 TEST_F(BasicOpTest, SixteenBitSumsSaturateAtBothEnds) {
@@ -193,18 +189,18 @@ TEST_F(BasicOpTest, SquareRootOfQ31) {
 TEST_F(BasicOpTest, EachModuleHasItsOwnFlag) {
   using Spectral = BasicOps<overflow::spectral>;
   using Filterbank = BasicOps<overflow::filterbank>;
-  overflow::spectral = 0;
-  overflow::filterbank = 0;
+  overflow::spectral.store(0);
+  overflow::filterbank.store(0);
   EXPECT_EQ(Spectral::L_add(kMax32, kMax32), kMax32);
-  EXPECT_EQ(overflow::spectral, 1);
-  EXPECT_EQ(overflow::filterbank, 0);
+  EXPECT_EQ(overflow::spectral.load(), 1);
+  EXPECT_EQ(overflow::filterbank.load(), 0);
   EXPECT_FALSE(Flagged());
   Filterbank::L_add(1, 1);  // operators never clear a flag
-  EXPECT_EQ(overflow::spectral, 1);
+  EXPECT_EQ(overflow::spectral.load(), 1);
   EXPECT_EQ(Filterbank::sat16(40000), 32767);
-  EXPECT_EQ(overflow::filterbank, 1);
-  overflow::spectral = 0;
-  overflow::filterbank = 0;
+  EXPECT_EQ(overflow::filterbank.load(), 1);
+  overflow::spectral.store(0);
+  overflow::filterbank.store(0);
 }
 
 TEST_F(BasicOpTest, ConstantsFromDecimals) {
