@@ -1,5 +1,6 @@
 // The library's single source of memory: zero-filled blocks on the C heap.
-// Tests can make the k-th allocation fail and count what is still live.
+// Test builds (TMX_TEST_HOOKS) can make the k-th allocation fail and count
+// what is still live.
 #pragma once
 
 #include <cstddef>
@@ -55,6 +56,7 @@ class Owned {
   T* p_ = nullptr;
 };
 
+#ifdef TMX_TEST_HOOKS
 namespace testing {
 // Makes the n-th allocation from now fail (1 = the next one); 0 turns it off.
 void FailAllocation(std::uint64_t n) noexcept;
@@ -63,5 +65,6 @@ std::int64_t LiveAllocations() noexcept;
 // Allocations made since the process started (successful or not).
 std::uint64_t AllocationCount() noexcept;
 }  // namespace testing
+#endif
 
 }  // namespace tmx
