@@ -2,17 +2,20 @@
 //
 // Word16 is a Q15 fraction, Word32 a Q31 fraction unless a caller says
 // otherwise. Every operator that saturates sets its module's overflow flag to 1
-// and never clears it. A module picks its flag by naming its operator set,
-// e.g. `using Op = tmx::BasicOps<tmx::overflow::spectral>;` and calling
-// `Op::L_add(a, b)`; the free functions below use the general flag.
+// and never clears it. Decoders on several threads set the same flags, so the
+// flags are atomics written with relaxed stores (a plain store on common
+// processors); only the tests read them. A module picks its flag by naming its
+// operator set, e.g. `using Op = tmx::BasicOps<tmx::overflow::spectral>;`,
+// and calling `Op::L_add(a, b)`; the free functions below use the general
+// flag.
 //
 // The 64-bit helpers at the end (MulQ31, Sat32 ...) are the fast path the AAC
 // filterbank uses: they give the exact rounded product the split-form
 // operators approximate.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <cstdio>
 
 namespace tmx {
 
@@ -48,22 +51,25 @@ constexpr Word32 QConst(double x, int q) {
 
 // One overflow flag word per decoder module.
 namespace overflow {
-inline Flag general = 0;     // operators called through the free functions
-inline Flag bitReader = 0;   // AAC bit buffer and syntax parsing
-inline Flag spectral = 0;    // AAC inverse quantisation and stereo/PNS/TNS tools
-inline Flag filterbank = 0;  // AAC IMDCT, windowing and output rounding
-inline Flag speech = 0;      // speech decoder
+inline std::atomic<Flag> general{0};     // operators called through the free functions
+inline std::atomic<Flag> bitReader{0};   // AAC bit buffer and syntax parsing
+inline std::atomic<Flag> spectral{0};    // AAC inverse quantisation and stereo/PNS/TNS tools
+inline std::atomic<Flag> filterbank{0};  // AAC IMDCT, windowing and output rounding
+inline std::atomic<Flag> speech{0};      // speech decoder
 }  // namespace overflow
 
-template <Flag& Overflow>
+template <std::atomic<Flag>& Overflow>
 struct BasicOps {
+  // Records a saturation in the module's flag.
+  static void Saturated() noexcept { Overflow.store(1, std::memory_order_relaxed); }
+
   // 32-bit value to 16 bits, saturated. (One test for the common case: the
   // value is in range exactly when it survives the narrowing.)
   static Word16 sat16(Word32 x) noexcept {
     const Word16 y = static_cast<Word16>(x);
     if (y == x) [[likely]]
       return y;
-    Overflow = 1;
+    Saturated();
     return x > 0 ? kMax16 : kMin16;
   }
   // 64-bit value to 32 bits, saturated (tested as sat16).
@@ -71,7 +77,7 @@ struct BasicOps {
     const Word32 y = static_cast<Word32>(x);
     if (y == x) [[likely]]
       return y;
-    Overflow = 1;
+    Saturated();
     return x > 0 ? kMax32 : kMin32;
   }
 
@@ -88,14 +94,20 @@ struct BasicOps {
   // Q15 x Q15 -> Q31: 16x16 product doubled; only -1 * -1 saturates.
   static Word32 L_mult(Word16 a, Word16 b) noexcept {
     const Word32 p = Word32{a} * b;
-    if (p == (Word32{1} << 30)) return Overflow = 1, kMax32;  // -1 * -1
+    if (p == (Word32{1} << 30)) {  // -1 * -1
+      Saturated();
+      return kMax32;
+    }
     return p * 2;
   }
   // 16-bit left shift, saturated; a negative count shifts right (at most 16).
   static Word16 shl(Word16 v, Word16 count) noexcept {
     if (count < 0) return shr(v, static_cast<Word16>(count < -16 ? 16 : -count));
     if (v == 0) return 0;
-    if (count >= 16) return Overflow = 1, v > 0 ? kMax16 : kMin16;
+    if (count >= 16) {
+      Saturated();
+      return v > 0 ? kMax16 : kMin16;
+    }
     return sat16(Word32{v} * (Word32{1} << count));
   }
   // 16-bit arithmetic right shift; a negative count shifts left (at most 16).
@@ -116,10 +128,9 @@ struct BasicOps {
     return v >> count;
   }
   // Q15 quotient num/den for 0 <= num <= den, by 15 steps of restoring division.
-  // Bad arguments print a message and still give a result.
+  // Other arguments still run the steps, which gives 32767 for num > den >= 0
+  // and 0 for num < 0 <= den.
   static Word16 div_s(Word16 num, Word16 den) noexcept {
-    if (num > den || num < 0 || den < 0) std::printf("Division Error var1=%d  var2=%d\n", num, den);
-    if (den == 0) std::printf("Division by 0, Fatal error \n");
     if (num == 0) return 0;
     if (num == den) return kMax16;
     Word16 out = 0;

@@ -30,7 +30,9 @@ std::int32_t NullSampleInfo(Container*, std::uint32_t, std::uint32_t, TMXFrameIn
   return TMX_ERR_UNSUPPORTED;
 }
 
+#ifdef TMX_TEST_HOOKS
 const FormatHandler* g_override = nullptr;
+#endif
 
 }  // namespace
 
@@ -50,10 +52,14 @@ const FormatHandler* HandlerForFileType(std::uint32_t fileType) noexcept {
       &kNullHandler,      // 7: older container, unknown codec
       &kNullHandler,      // 8: ID3-tagged stream
   };
+#ifdef TMX_TEST_HOOKS
   if (g_override) return g_override;
+#endif
   return fileType < kByType.size() ? kByType[fileType] : &kNullHandler;
 }
 
+#ifdef TMX_TEST_HOOKS
 void testing::OverrideHandler(const FormatHandler* handler) noexcept { g_override = handler; }
+#endif
 
 }  // namespace tmx

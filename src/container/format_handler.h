@@ -48,9 +48,11 @@ extern const FormatHandler kNullHandler;
 // The handler for a detected file type; the null handler for types without one.
 const FormatHandler* HandlerForFileType(std::uint32_t fileType) noexcept;
 
+#ifdef TMX_TEST_HOOKS
 namespace testing {
 // Serves every file type from `handler` until called again with null.
 void OverrideHandler(const FormatHandler* handler) noexcept;
 }  // namespace testing
+#endif
 
 }  // namespace tmx

@@ -1,11 +1,16 @@
 #include "util/alloc.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
+#ifdef TMX_TEST_HOOKS
+#include <atomic>
+#endif
+
 namespace tmx {
 namespace {
+
+#ifdef TMX_TEST_HOOKS
 std::atomic<std::uint64_t> g_allocations{0};
 std::atomic<std::uint64_t> g_failAt{0};
 std::atomic<std::int64_t> g_live{0};
@@ -23,13 +28,22 @@ bool InjectedFailure() noexcept {
   std::uint64_t failAt = g_failAt.load(std::memory_order_relaxed);
   return failAt != 0 && n == failAt;
 }
+void CountLive(std::int64_t change) noexcept {
+  g_live.fetch_add(change, std::memory_order_relaxed);
+}
+#else
+// Without the test hooks nothing is counted and no allocation fails on purpose.
+constexpr bool InjectedFailure() noexcept { return false; }
+constexpr void CountLive(std::int64_t) noexcept {}
+#endif
+
 }  // namespace
 
 void* Alloc(std::size_t size) noexcept {
   NoteRequest(size);
   if (InjectedFailure() || size == 0) return nullptr;
   void* p = std::calloc(1, size);
-  if (p) g_live.fetch_add(1, std::memory_order_relaxed);
+  if (p) CountLive(1);
   return p;
 }
 
@@ -44,10 +58,11 @@ void* Realloc(void* block, std::size_t oldSize, std::size_t newSize) noexcept {
 
 void Free(void* block) noexcept {
   if (!block) return;
-  g_live.fetch_sub(1, std::memory_order_relaxed);
+  CountLive(-1);
   std::free(block);
 }
 
+#ifdef TMX_TEST_HOOKS
 namespace testing {
 void FailAllocation(std::uint64_t n) noexcept {
   g_failAt.store(n == 0 ? 0 : g_allocations.load(std::memory_order_relaxed) + n,
@@ -57,5 +72,6 @@ std::int64_t LiveAllocations() noexcept { return g_live.load(std::memory_order_r
 std::uint64_t AllocationCount() noexcept { return g_allocations.load(std::memory_order_relaxed); }
 std::size_t TakeLargestRequest() noexcept { return g_largest.exchange(0, std::memory_order_relaxed); }
 }  // namespace testing
+#endif
 
 }  // namespace tmx

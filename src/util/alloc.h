@@ -1,5 +1,6 @@
 // The library's single source of memory: zero-filled blocks on the C heap.
-// Tests can make the k-th allocation fail and count what is still live.
+// Test builds (TMX_TEST_HOOKS) can make the k-th allocation fail and count
+// what is still live.
 #pragma once
 
 #include <cstddef>
@@ -55,6 +56,7 @@ class Owned {
   T* p_ = nullptr;
 };
 
+#ifdef TMX_TEST_HOOKS
 namespace testing {
 // Makes the n-th allocation from now fail (1 = the next one); 0 turns it off.
 void FailAllocation(std::uint64_t n) noexcept;
@@ -65,5 +67,6 @@ std::uint64_t AllocationCount() noexcept;
 // The largest block asked for since the last call (granted or not).
 std::size_t TakeLargestRequest() noexcept;
 }  // namespace testing
+#endif
 
 }  // namespace tmx

@@ -12,11 +12,17 @@
 
 namespace tmx::aac {
 
+#ifdef TMX_TEST_HOOKS
 inline bool gPortableOnly = false;
 
 // Makes the decoder use its portable code only (true) or, where the processor
 // has AVX2, its vector code (false, the default). For tests.
 inline void UsePortableCode(bool portable) noexcept { gPortableOnly = portable; }
+inline bool PortableOnly() noexcept { return gPortableOnly; }
+#else
+// Without the test hooks the processor alone decides.
+constexpr bool PortableOnly() noexcept { return false; }
+#endif
 
 // True when the AVX2 code is to run.
 inline bool UseAvx2() noexcept {
@@ -25,7 +31,7 @@ inline bool UseAvx2() noexcept {
     __builtin_cpu_init();
     return __builtin_cpu_supports("avx2") != 0;
   }();
-  return has && !gPortableOnly;
+  return has && !PortableOnly();
 #else
   return false;
 #endif

@@ -505,7 +505,7 @@ TMX_AVX2 void WindowLongAvx2(const std::int32_t* u, const std::int32_t* rise,
   if (_mm256_movemask_epi8(_mm256_cmpeq_epi32(
           _mm256_and_si256(range, _mm256_set1_epi32(static_cast<std::int32_t>(0xFFFF0000u))),
           _mm256_setzero_si256())) != -1) {
-    overflow::filterbank = 1;  // some sample saturated, as Op::sat16 records it
+    Op::Saturated();  // some sample saturated, as Op::sat16 records it
   }
   for (int j = 0; j < 512; j += 8) {
     const __m256i b = Load(u + j);

@@ -1,6 +1,7 @@
 // The speech encoder: analysis by synthesis for the four packet layouts.
-// Internal to the library (the programme writer and the tests use it); it
-// is not exported.
+// Built into the writer library (tmx_writer), which the programme writer,
+// tmxtool, the training tool and the tests use; the player library does not
+// carry it.
 //
 // The analysis (LPC, LSF search, perceptual weighting, codebook searches) is
 // in floating point; every choice is then decoded by the fixed-point

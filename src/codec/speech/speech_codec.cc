@@ -5,43 +5,53 @@
 #include "codec/speech/decoder.h"
 #include "codec/speech/layout.h"
 #include "tmxsdk.h"
+#include "util/alloc.h"
 
 namespace tmx {
 namespace speech {
 namespace {
 
-// One decoder per process: the state, its mode (0 until a speech codec is
-// created) and the bytes of an unfinished packet carried to the next call.
-struct SharedDecoder {
+// One decoder instance: the frame decoder's state, its mode and the bytes
+// of an unfinished packet carried to the next call.
+struct Instance {
   std::int32_t mode;
   std::uint8_t carry[kMaxPacketBytes];
   std::int32_t carried;
   DecoderState state;
 };
-SharedDecoder g_decoder;
 
 template <std::int32_t Mode>
 std::int32_t Create(void** instance, const std::uint8_t*, std::uint32_t, const Codec*) noexcept {
-  SelectMode(Mode);
-  *instance = reinterpret_cast<void*>(std::intptr_t{Mode});
+  *instance = nullptr;
+  auto* d = AllocObject<Instance>();
+  if (!d) return TMX_ERR_MEMORY;
+  SelectMode(d, Mode);
+  *instance = d;
   return TMX_OK;
 }
 
-std::int32_t Destroy(void**) noexcept { return TMX_OK; }
+std::int32_t Destroy(void** instance) noexcept {
+  if (!instance || !*instance) return TMX_ERR_ARGUMENT;
+  Free(*instance);
+  *instance = nullptr;
+  return TMX_OK;
+}
 
 template <std::int32_t Mode>
-std::int32_t Reset(void*, const std::uint8_t*, std::uint32_t, const Codec*) noexcept {
-  SelectMode(Mode);
+std::int32_t Reset(void* instance, const std::uint8_t*, std::uint32_t, const Codec*) noexcept {
+  if (!instance) return TMX_ERR_ARGUMENT;
+  SelectMode(instance, Mode);
   return TMX_OK;
 }
 
 // Cuts the input into packets, the first completed from the carried bytes,
 // decodes every frame of each, and keeps what follows the last whole packet
 // for the next call. Input that completes no packet is dropped.
-std::int32_t Decode(void*, const std::uint8_t* data, std::uint32_t length, std::int16_t* pcm,
-                    std::uint32_t capacity, std::uint32_t* produced) noexcept {
+std::int32_t Decode(void* instance, const std::uint8_t* data, std::uint32_t length,
+                    std::int16_t* pcm, std::uint32_t capacity, std::uint32_t* produced) noexcept {
+  if (!instance) return TMX_ERR_ARGUMENT;
   *produced = capacity;
-  SharedDecoder& d = g_decoder;
+  Instance& d = *static_cast<Instance*>(instance);
   const ModeLayout* layout = LayoutForMode(d.mode);
   if (!layout) return TMX_ERR_DECODER;
   const std::int32_t size = layout->packetBytes;
@@ -80,14 +90,19 @@ std::int32_t Decode(void*, const std::uint8_t* data, std::uint32_t length, std::
 
 }  // namespace
 
-void SelectMode(std::int32_t mode) noexcept {
-  g_decoder.mode = mode;
-  g_decoder.carried = 0;
-  if (ShapeForMode(mode)) InitDecoder(&g_decoder.state, mode);
+void SelectMode(void* instance, std::int32_t mode) noexcept {
+  Instance& d = *static_cast<Instance*>(instance);
+  d.mode = mode;
+  d.carried = 0;
+  if (ShapeForMode(mode)) InitDecoder(&d.state, mode);
 }
 
-std::int32_t CurrentMode() noexcept { return g_decoder.mode; }
-std::int32_t CarriedBytes() noexcept { return g_decoder.carried; }
+std::int32_t CurrentMode(const void* instance) noexcept {
+  return static_cast<const Instance*>(instance)->mode;
+}
+std::int32_t CarriedBytes(const void* instance) noexcept {
+  return static_cast<const Instance*>(instance)->carried;
+}
 
 }  // namespace speech
 

@@ -1,5 +1,5 @@
-// The codec tables of the speech codec and its front: the process-wide
-// decoder state, the packet cutting with its carry-over buffer, and the
+// The codec tables of the speech codec and its front: a decoder instance per
+// programme (state, mode and carry-over buffer), the packet cutting, and the
 // frame dispatch of the four modes.
 #pragma once
 
@@ -16,13 +16,14 @@ extern const Codec kSpeechMode4Codec;
 
 namespace speech {
 
-// Puts the shared decoder into `mode` (any number; only 1 to 4 decode) with
-// an empty carry buffer. The codec tables only ever choose 3 or 4; the tests
-// reach the dormant modes 1 and 2 through this.
-void SelectMode(std::int32_t mode) noexcept;
-// The shared decoder's mode and carry count.
-std::int32_t CurrentMode() noexcept;
-std::int32_t CarriedBytes() noexcept;
+// Puts a decoder instance (as the tables' CreateDecoder made it) into `mode`
+// (any number; only 1 to 4 decode) with a fresh state and an empty carry
+// buffer. The codec tables only ever choose 3 or 4; the tests reach the
+// dormant modes 1 and 2 through this.
+void SelectMode(void* instance, std::int32_t mode) noexcept;
+// The instance's mode and carry count.
+std::int32_t CurrentMode(const void* instance) noexcept;
+std::int32_t CarriedBytes(const void* instance) noexcept;
 
 }  // namespace speech
 }  // namespace tmx

@@ -11,6 +11,7 @@
 #include "codec/speech/layout.h"
 #include "codec/speech/speech_codec.h"
 #include "tmxsdk.h"
+#include "util/alloc.h"
 
 namespace tmx::speech {
 namespace {
@@ -22,15 +23,30 @@ std::vector<std::uint8_t> RandomBytes(std::size_t n, unsigned seed) {
   return v;
 }
 
-// Decodes `bytes` through a codec table's decode slot.
-std::int32_t Decode(const Codec& codec, const std::uint8_t* bytes, std::uint32_t n,
-                    std::vector<std::int16_t>* pcm, std::uint32_t* produced) {
-  pcm->assign(4096, 0);
-  return codec.DecodeFrame(reinterpret_cast<void*>(1), bytes, n, pcm->data(),
-                           static_cast<std::uint32_t>(pcm->size() * 2), produced);
-}
+// A decoder instance made through a codec table, destroyed with it.
+struct Instance {
+  explicit Instance(const Codec& table) : codec(table) {
+    EXPECT_EQ(codec.CreateDecoder(&p, nullptr, 0, &codec), TMX_OK);
+  }
+  ~Instance() {
+    if (p) codec.DestroyDecoder(&p);
+  }
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
 
-// What the shared decoder makes of whole packets, decoded frame by frame
+  // Decodes `bytes` through the table's decode slot.
+  std::int32_t Decode(const std::uint8_t* bytes, std::uint32_t n, std::vector<std::int16_t>* pcm,
+                      std::uint32_t* produced) {
+    pcm->assign(4096, 0);
+    return codec.DecodeFrame(p, bytes, n, pcm->data(), static_cast<std::uint32_t>(pcm->size() * 2),
+                             produced);
+  }
+
+  const Codec& codec;
+  void* p = nullptr;
+};
+
+// What the frame decoder makes of whole packets, decoded frame by frame
 // from a fresh state, for comparison with the front.
 std::vector<std::int16_t> Reference(int mode, const std::vector<std::uint8_t>& packets) {
   const ModeLayout& layout = *LayoutForMode(mode);
@@ -53,32 +69,51 @@ TEST(SpeechCodec, FileTypesFiveAndSixGetTheSpeechTables) {
   EXPECT_EQ(CodecForFileType(TMX_FILETYPE_LEGACY_C00D), &kNullCodec);
 }
 
-TEST(SpeechCodec, CreateStoresTheModeAndDestroyDoesNothing) {
-  void* instance = nullptr;
-  EXPECT_EQ(kSpeechMode3Codec.CreateDecoder(&instance, nullptr, 0, &kSpeechMode3Codec), TMX_OK);
-  EXPECT_EQ(reinterpret_cast<std::intptr_t>(instance), 3);
-  EXPECT_EQ(CurrentMode(), 3);
-  EXPECT_EQ(kSpeechMode4Codec.CreateDecoder(&instance, nullptr, 0, &kSpeechMode4Codec), TMX_OK);
-  EXPECT_EQ(reinterpret_cast<std::intptr_t>(instance), 4);
-  EXPECT_EQ(CurrentMode(), 4);
-  EXPECT_EQ(kSpeechMode4Codec.DestroyDecoder(&instance), TMX_OK);
-  EXPECT_EQ(reinterpret_cast<std::intptr_t>(instance), 4);
+TEST(SpeechCodec, TableSlotsMakeAndFreeAnInstance) {
+  const std::int64_t live = tmx::testing::LiveAllocations();
+  void* three = nullptr;
+  void* four = nullptr;
+  EXPECT_EQ(kSpeechMode3Codec.CreateDecoder(&three, nullptr, 0, &kSpeechMode3Codec), TMX_OK);
+  EXPECT_EQ(kSpeechMode4Codec.CreateDecoder(&four, nullptr, 0, &kSpeechMode4Codec), TMX_OK);
+  ASSERT_NE(three, nullptr);
+  ASSERT_NE(four, nullptr);
+  EXPECT_EQ(CurrentMode(three), 3);
+  EXPECT_EQ(CurrentMode(four), 4);
+  EXPECT_EQ(CarriedBytes(three), 0);
+  EXPECT_EQ(tmx::testing::LiveAllocations(), live + 2);
+  EXPECT_EQ(kSpeechMode3Codec.DestroyDecoder(&three), TMX_OK);
+  EXPECT_EQ(three, nullptr);
+  EXPECT_EQ(kSpeechMode3Codec.DestroyDecoder(&three), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(kSpeechMode4Codec.DestroyDecoder(nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(kSpeechMode4Codec.DestroyDecoder(&four), TMX_OK);
+  EXPECT_EQ(tmx::testing::LiveAllocations(), live);
+  // Without an instance nothing runs; without memory there is no instance.
+  std::uint32_t n = 77;
+  EXPECT_EQ(kSpeechMode3Codec.ResetDecoder(nullptr, nullptr, 0, &kSpeechMode3Codec),
+            TMX_ERR_ARGUMENT);
+  EXPECT_EQ(kSpeechMode3Codec.DecodeFrame(nullptr, nullptr, 0, nullptr, 0, &n), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(n, 77u);
+  four = reinterpret_cast<void*>(1);
+  tmx::testing::FailAllocation(1);
+  EXPECT_EQ(kSpeechMode4Codec.CreateDecoder(&four, nullptr, 0, &kSpeechMode4Codec), TMX_ERR_MEMORY);
+  tmx::testing::FailAllocation(0);
+  EXPECT_EQ(four, nullptr);
+  EXPECT_EQ(tmx::testing::LiveAllocations(), live);
 }
 
 TEST(SpeechCodec, ModeFourCarriesTheByteAfterTwoPackets) {
-  void* instance = nullptr;
-  kSpeechMode4Codec.CreateDecoder(&instance, nullptr, 0, &kSpeechMode4Codec);
+  Instance d(kSpeechMode4Codec);
   const std::vector<std::uint8_t> bytes = RandomBytes(60, 1);
   std::vector<std::int16_t> pcm, all;
   std::uint32_t n = 0;
-  ASSERT_EQ(Decode(kSpeechMode4Codec, bytes.data(), 41, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(bytes.data(), 41, &pcm, &n), TMX_OK);
   EXPECT_EQ(n, 640u);
-  EXPECT_EQ(CarriedBytes(), 1);
+  EXPECT_EQ(CarriedBytes(d.p), 1);
   all.assign(pcm.begin(), pcm.begin() + 320);
   // The carried byte and 19 more complete the third packet.
-  ASSERT_EQ(Decode(kSpeechMode4Codec, bytes.data() + 41, 19, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(bytes.data() + 41, 19, &pcm, &n), TMX_OK);
   EXPECT_EQ(n, 320u);
-  EXPECT_EQ(CarriedBytes(), 0);
+  EXPECT_EQ(CarriedBytes(d.p), 0);
   all.insert(all.end(), pcm.begin(), pcm.begin() + 160);
   // Same samples as the three packets decoded whole.
   const std::vector<std::int16_t> ref = Reference(4, bytes);
@@ -91,55 +126,54 @@ TEST(SpeechCodec, ModeFourCarriesTheByteAfterTwoPackets) {
 }
 
 TEST(SpeechCodec, InputThatCompletesNoPacketIsDropped) {
-  void* instance = nullptr;
-  kSpeechMode3Codec.CreateDecoder(&instance, nullptr, 0, &kSpeechMode3Codec);
+  Instance d(kSpeechMode3Codec);
   const std::vector<std::uint8_t> bytes = RandomBytes(19, 2);
   std::vector<std::int16_t> pcm;
   std::uint32_t n = 1234;
-  EXPECT_EQ(Decode(kSpeechMode3Codec, bytes.data(), 10, &pcm, &n), TMX_ERR_DECODER);
+  EXPECT_EQ(d.Decode(bytes.data(), 10, &pcm, &n), TMX_ERR_DECODER);
   EXPECT_EQ(n, 0u);
-  EXPECT_EQ(CarriedBytes(), 0);
+  EXPECT_EQ(CarriedBytes(d.p), 0);
   // Had the 10 bytes been kept, these 9 would complete a packet.
-  EXPECT_EQ(Decode(kSpeechMode3Codec, bytes.data() + 10, 9, &pcm, &n), TMX_ERR_DECODER);
+  EXPECT_EQ(d.Decode(bytes.data() + 10, 9, &pcm, &n), TMX_ERR_DECODER);
   // A carry survives a call that completes nothing.
-  ASSERT_EQ(Decode(kSpeechMode3Codec, bytes.data(), 19 + 0, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(bytes.data(), 19 + 0, &pcm, &n), TMX_OK);
   const std::vector<std::uint8_t> more = RandomBytes(40, 3);
-  ASSERT_EQ(Decode(kSpeechMode3Codec, more.data(), 20, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(more.data(), 20, &pcm, &n), TMX_OK);
   EXPECT_EQ(n, 288u);
-  EXPECT_EQ(CarriedBytes(), 1);
-  EXPECT_EQ(Decode(kSpeechMode3Codec, more.data(), 5, &pcm, &n), TMX_ERR_DECODER);
-  EXPECT_EQ(CarriedBytes(), 1);
+  EXPECT_EQ(CarriedBytes(d.p), 1);
+  EXPECT_EQ(d.Decode(more.data(), 5, &pcm, &n), TMX_ERR_DECODER);
+  EXPECT_EQ(CarriedBytes(d.p), 1);
 }
 
 TEST(SpeechCodec, ResetClearsTheCarryAndTheHistory) {
-  void* instance = nullptr;
-  kSpeechMode4Codec.CreateDecoder(&instance, nullptr, 0, &kSpeechMode4Codec);
+  Instance d(kSpeechMode4Codec);
   const std::vector<std::uint8_t> bytes = RandomBytes(200, 4);
   std::vector<std::int16_t> pcm, again;
   std::uint32_t n = 0;
-  ASSERT_EQ(Decode(kSpeechMode4Codec, bytes.data(), 20, &pcm, &n), TMX_OK);
-  ASSERT_EQ(Decode(kSpeechMode4Codec, bytes.data() + 20, 101, &pcm, &n), TMX_OK);
-  EXPECT_EQ(CarriedBytes(), 1);
-  EXPECT_EQ(kSpeechMode4Codec.ResetDecoder(instance, bytes.data(), 0, &kSpeechMode4Codec), TMX_OK);
-  EXPECT_EQ(CarriedBytes(), 0);
-  EXPECT_EQ(CurrentMode(), 4);
-  EXPECT_EQ(Decode(kSpeechMode4Codec, bytes.data(), 19, &pcm, &n), TMX_ERR_DECODER);
+  ASSERT_EQ(d.Decode(bytes.data(), 20, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(bytes.data() + 20, 101, &pcm, &n), TMX_OK);
+  EXPECT_EQ(CarriedBytes(d.p), 1);
+  EXPECT_EQ(kSpeechMode4Codec.ResetDecoder(d.p, bytes.data(), 0, &kSpeechMode4Codec), TMX_OK);
+  EXPECT_EQ(CarriedBytes(d.p), 0);
+  EXPECT_EQ(CurrentMode(d.p), 4);
+  EXPECT_EQ(d.Decode(bytes.data(), 19, &pcm, &n), TMX_ERR_DECODER);
   // After the reset the first packet decodes as from a fresh decoder.
-  ASSERT_EQ(Decode(kSpeechMode4Codec, bytes.data(), 20, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(bytes.data(), 20, &pcm, &n), TMX_OK);
   const std::vector<std::int16_t> ref =
       Reference(4, std::vector<std::uint8_t>(bytes.begin(), bytes.begin() + 20));
   EXPECT_EQ(std::vector<std::int16_t>(pcm.begin(), pcm.begin() + 160), ref);
 }
 
 TEST(SpeechCodec, DecodingWithoutAModeFails) {
-  SelectMode(0);
+  Instance d(kSpeechMode3Codec);
+  SelectMode(d.p, 0);
   const std::vector<std::uint8_t> bytes = RandomBytes(40, 5);
   std::vector<std::int16_t> pcm;
   std::uint32_t n = 0;
-  EXPECT_EQ(Decode(kSpeechMode3Codec, bytes.data(), 40, &pcm, &n), TMX_ERR_DECODER);
+  EXPECT_EQ(d.Decode(bytes.data(), 40, &pcm, &n), TMX_ERR_DECODER);
   EXPECT_EQ(n, 8192u);  // the length is set to the capacity first
-  SelectMode(7);
-  EXPECT_EQ(Decode(kSpeechMode3Codec, bytes.data(), 40, &pcm, &n), TMX_ERR_DECODER);
+  SelectMode(d.p, 7);
+  EXPECT_EQ(d.Decode(bytes.data(), 40, &pcm, &n), TMX_ERR_DECODER);
 }
 
 TEST(SpeechFields, BitsCountFromTheLeastSignificantBitOfByteZero) {
@@ -216,13 +250,14 @@ TEST(SpeechFields, DormantModesReadTheirSecondFrameFromTheMiddleOfAByte) {
 }
 
 TEST(SpeechCodec, ModeOneDecodesTwoFramesPerPacket) {
-  SelectMode(1);
+  Instance d(kSpeechMode3Codec);
+  SelectMode(d.p, 1);
   const std::vector<std::uint8_t> bytes = RandomBytes(37, 6);
   std::vector<std::int16_t> pcm;
   std::uint32_t n = 0;
-  ASSERT_EQ(Decode(kSpeechMode3Codec, bytes.data(), 37, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(bytes.data(), 37, &pcm, &n), TMX_OK);
   EXPECT_EQ(n, 960u);
-  EXPECT_EQ(CarriedBytes(), 0);
+  EXPECT_EQ(CarriedBytes(d.p), 0);
   // The second frame is the one read from bit 148: decoding its fields
   // after the first frame gives the same samples.
   const std::vector<std::int16_t> ref = Reference(1, bytes);
@@ -230,18 +265,19 @@ TEST(SpeechCodec, ModeOneDecodesTwoFramesPerPacket) {
   // Moving the second frame's bits changes only the second frame.
   std::vector<std::uint8_t> other = bytes;
   other[30] ^= 0xFF;
-  SelectMode(1);
-  ASSERT_EQ(Decode(kSpeechMode3Codec, other.data(), 37, &pcm, &n), TMX_OK);
+  SelectMode(d.p, 1);
+  ASSERT_EQ(d.Decode(other.data(), 37, &pcm, &n), TMX_OK);
   EXPECT_EQ(std::vector<std::int16_t>(pcm.begin(), pcm.begin() + 240),
             std::vector<std::int16_t>(ref.begin(), ref.begin() + 240));
 }
 
 TEST(SpeechCodec, ModeTwoUsesTheOnePulseLayout) {
-  SelectMode(2);
+  Instance d(kSpeechMode3Codec);
+  SelectMode(d.p, 2);
   const std::vector<std::uint8_t> bytes = RandomBytes(29 * 3, 7);
   std::vector<std::int16_t> pcm;
   std::uint32_t n = 0;
-  ASSERT_EQ(Decode(kSpeechMode3Codec, bytes.data(), 29 * 3, &pcm, &n), TMX_OK);
+  ASSERT_EQ(d.Decode(bytes.data(), 29 * 3, &pcm, &n), TMX_OK);
   EXPECT_EQ(n, 3u * 576u);
   const std::vector<std::int16_t> ref = Reference(2, bytes);
   EXPECT_EQ(std::vector<std::int16_t>(pcm.begin(), pcm.begin() + 3 * 288), ref);

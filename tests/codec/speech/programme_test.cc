@@ -2,7 +2,9 @@
 // project's writer and decoded through TMXDecodePCMFrame.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "codec/speech/decoder.h"
@@ -24,10 +26,11 @@ struct Programme {
   }
 };
 
-// A programme of the clip's packets in `mode`.
-void Open(int mode, Programme* p) {
+// A programme of the clip's packets in `mode`, from sample `start` on.
+void Open(int mode, Programme* p, std::ptrdiff_t start = 0) {
   const std::vector<std::int16_t> pcm = test::LoadClip(mode == 3 ? "speech8k" : "speech16k");
-  p->packets = test::Encode(mode, std::vector<std::int16_t>(pcm.begin(), pcm.begin() + 32000));
+  p->packets = test::Encode(
+      mode, std::vector<std::int16_t>(pcm.begin() + start, pcm.begin() + start + 32000));
   writer::LegacyProgramme programme;
   programme.codecId = mode == 3 ? writer::kLegacyCodecSpeech8 : writer::kLegacyCodecSpeech16;
   const std::size_t size = LayoutForMode(mode)->packetBytes;
@@ -91,6 +94,39 @@ TEST(SpeechProgramme, ASeekResetsTheDecoder) {
   const std::uint8_t* later = p.packets.data() + 19 * 100;
   ASSERT_EQ(TMXDecodePCMFrame(p.file, later, 19 * 20, pcm.data(), 144 * 40, &length), TMX_OK);
   EXPECT_EQ(pcm, DecodeDirectly(3, later, 20));
+}
+
+// Every file has a decoder of its own: two programmes decoded in turn, a
+// packet of one then a packet of the other, give the samples of each alone.
+TEST(SpeechProgramme, ProgrammesDecodedInTurnKeepTheirOwnDecoder) {
+  for (const auto& [modeA, modeB] : {std::pair{3, 4}, std::pair{3, 3}}) {
+    Programme a, b;
+    Open(modeA, &a);
+    Open(modeB, &b, 20000);
+    ASSERT_NE(a.file, nullptr);
+    ASSERT_NE(b.file, nullptr);
+    const ModeLayout& la = *LayoutForMode(modeA);
+    const ModeLayout& lb = *LayoutForMode(modeB);
+    const std::size_t count =
+        std::min(a.packets.size() / la.packetBytes, b.packets.size() / lb.packetBytes);
+    std::vector<std::int16_t> gotA, gotB;
+    std::int16_t pcm[kMaxFrame];
+    for (std::size_t i = 0; i < count; ++i) {
+      std::uint32_t length = 0;
+      ASSERT_EQ(TMXDecodePCMFrame(a.file, a.packets.data() + i * la.packetBytes, la.packetBytes,
+                                  pcm, sizeof pcm, &length),
+                TMX_OK);
+      ASSERT_EQ(length, la.samplesPerFrame * 2u);
+      gotA.insert(gotA.end(), pcm, pcm + la.samplesPerFrame);
+      ASSERT_EQ(TMXDecodePCMFrame(b.file, b.packets.data() + i * lb.packetBytes, lb.packetBytes,
+                                  pcm, sizeof pcm, &length),
+                TMX_OK);
+      ASSERT_EQ(length, lb.samplesPerFrame * 2u);
+      gotB.insert(gotB.end(), pcm, pcm + lb.samplesPerFrame);
+    }
+    EXPECT_EQ(gotA, DecodeDirectly(modeA, a.packets.data(), count)) << modeA << " " << modeB;
+    EXPECT_EQ(gotB, DecodeDirectly(modeB, b.packets.data(), count)) << modeA << " " << modeB;
+  }
 }
 
 }  // namespace
