@@ -35,6 +35,7 @@ void CountLive(std::int64_t change) noexcept {
 // Without the test hooks nothing is counted and no allocation fails on purpose.
 constexpr bool InjectedFailure() noexcept { return false; }
 constexpr void CountLive(std::int64_t) noexcept {}
+constexpr void NoteRequest(std::size_t) noexcept {}
 #endif
 
 }  // namespace
