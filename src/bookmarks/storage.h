@@ -57,16 +57,10 @@ constexpr bool IsFree(std::uint32_t type) noexcept { return mp4::AtomTypeMatches
 // `visit` ends the walk: negative ones are returned, positive ones give 0.
 template <class Visit>
 std::int32_t ForEachAtom(TMXStream* s, AtomRange range, Visit&& visit) noexcept {
-  std::uint32_t position = range.begin;
-  while (position < range.end && range.end - position >= kAtomHeaderSize) {
-    Atom atom{position, 0, 0};
-    TMX_RETURN_IF_ERROR(s->ops->Seek(s, position));
-    TMX_RETURN_IF_ERROR(mp4::AtomReadHeader(s, &atom.size, &atom.type));
-    if (!mp4::AtomFits(position, atom.size, range)) return TMX_ERR_INCONSISTENT;
-    if (std::int32_t rc = visit(atom); rc != 0) return rc < 0 ? rc : TMX_OK;
-    position += atom.size;
-  }
-  return TMX_OK;
+  const std::int32_t rc = mp4::ForEachBox(
+      s, range, [&](const mp4::Box& box) { return visit(Atom{box.pos, box.size, box.type}); },
+      mp4::ShortTail::kIgnored);
+  return rc < 0 ? rc : TMX_OK;
 }
 
 // Finds "moov", "udta" and "bmet" (-25 when one is missing, -7 when the
