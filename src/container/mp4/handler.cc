@@ -2,11 +2,11 @@
 
 #include "codec/codec.h"
 #include "container/mp4/atom.h"
+#include "container/mp4/item_list.h"
 #include "container/mp4/mp4_state.h"
 #include "container/mp4/sample_description.h"
 #include "container/mp4/sample_table.h"
 #include "container/mp4/tracks.h"
-#include "container/mp4/item_list.h"
 #include "util/alloc.h"
 
 namespace tmx::mp4 {
@@ -29,15 +29,18 @@ std::int32_t ReadMovieHeader(TMXStream* s, AtomRange movie) noexcept {
 }
 
 // The file-level item list: "udta" / "meta" (a full atom) / "ilst". Its
-// absence is no error.
-std::uint32_t FindMetadataList(TMXStream* s, AtomRange movie) noexcept {
+// absence is no error (the position stays 0); a failed read is.
+std::int32_t FindMetadataList(TMXStream* s, AtomRange movie, std::uint32_t* listPos) noexcept {
   Box box{};
-  if (FindBox(s, movie, FourCC("udta"), &box) != 0) return 0;
-  if (FindBox(s, box.payload(), FourCC("meta"), &box) != 0) return 0;
-  const AtomRange meta = box.payload();
-  if (meta.end - meta.begin < 4) return 0;
-  if (FindBox(s, {meta.begin + 4, meta.end}, FourCC("ilst"), &box) != 0) return 0;
-  return box.pos;
+  std::int32_t rc = FindBox(s, movie, FourCC("udta"), &box);
+  if (rc == 0) rc = FindBox(s, box.payload(), FourCC("meta"), &box);
+  if (rc == 0 && box.size - kAtomHeaderSize < 4) rc = kAbsent;
+  if (rc == 0)
+    rc = FindBox(s, {box.pos + kAtomHeaderSize + 4, box.pos + box.size}, FourCC("ilst"), &box);
+  if (rc == kAbsent) return TMX_OK;
+  TMX_RETURN_IF_ERROR(rc);
+  *listPos = box.pos;
+  return TMX_OK;
 }
 
 // The top level: "ftyp" (its minor version is kept) and "moov".
@@ -91,7 +94,7 @@ std::int32_t ParseMovie(Container* file, TMXStream* s) noexcept {
   AtomRange movie{};
   if (WalkTopLevel(file, s, &movie)) {
     TMX_RETURN_IF_ERROR(ReadMovieHeader(s, movie));
-    State(file).metadataListPos = FindMetadataList(s, movie);
+    TMX_RETURN_IF_ERROR(FindMetadataList(s, movie, &State(file).metadataListPos));
   }
   TMX_RETURN_IF_ERROR(FindAudioTrack(file));
   // Without usable tables or chapter tracks the programme cannot be played.

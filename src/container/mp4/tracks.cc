@@ -49,7 +49,8 @@ std::int32_t FindPayloadOr(TMXStream* s, AtomRange range, std::uint32_t type, At
 
 // The "mdhd" of a track: the audio timescale (when wanted) and the quality
 // bits of the 16-bit field after the language code.
-std::int32_t ReadMediaHeader(Container* file, TMXStream* s, TrackRecord* track, bool audio) noexcept {
+std::int32_t ReadMediaHeader(Container* file, TMXStream* s, TrackRecord* track,
+                             bool audio) noexcept {
   std::uint8_t version = 0;
   TMX_RETURN_IF_ERROR(AtomReadU8(s, &version));
   // Flags and the creation and modification times.
@@ -214,7 +215,8 @@ std::int32_t ReadChapterTrackIds(Container* file, Owned<std::uint32_t>& ids,
   AtomRange trak{}, tref{};
   TMX_RETURN_IF_ERROR(
       OpenAtom(file, st.audioTrack.trakPos, FourCC("trak"), &trak, TMX_ERR_NOT_FOUND));
-  if (FindPayload(s, trak, FourCC("tref"), &tref) != 0) return TMX_OK;
+  if (const std::int32_t rc = FindPayload(s, trak, FourCC("tref"), &tref); rc != 0)
+    return rc == kAbsent ? TMX_OK : rc;
   if (tref.end - tref.begin < kAtomHeaderSize) return TMX_OK;
   // Only a "chap" list at the head of "tref" counts; it lies inside "tref",
   // which bounds the number of IDs.
@@ -276,17 +278,20 @@ std::int32_t WalkTrack(Container* file, std::uint32_t trakPos, TrackRecord* trac
   AtomRange trak{}, mdia{}, stbl{};
   TMX_RETURN_IF_ERROR(OpenAtom(file, trakPos, FourCC("trak"), &trak, TMX_ERR_NOT_FOUND));
   track->trakPos = trakPos;
-  if (FindPayload(s, trak, FourCC("mdia"), &mdia) != 0) return TMX_OK;
+  if (const std::int32_t rc = FindPayload(s, trak, FourCC("mdia"), &mdia); rc != 0)
+    return rc == kAbsent ? TMX_OK : rc;
 
   // The children of "mdia" up to "minf"; "mdhd" is read on the way.
   MediaWalk walk{file, track, audio, {}};
   const std::int32_t rc = Walk(s, mdia, kMediaReaders, walk);
   if (rc != kMinfFound) return rc;
   Box box{};
-  if (FindBox(s, walk.minf, FourCC("stbl"), &box) != 0) return TMX_OK;
+  if (const std::int32_t found = FindBox(s, walk.minf, FourCC("stbl"), &box); found != 0)
+    return found == kAbsent ? TMX_OK : found;
   track->stblPos = box.pos;
   stbl = box.payload();
-  if (FindBox(s, stbl, FourCC("stsd"), &box) != 0) return TMX_OK;
+  if (const std::int32_t found = FindBox(s, stbl, FourCC("stsd"), &box); found != 0)
+    return found == kAbsent ? TMX_OK : found;
   return ReadEntryType(s, box.pos, trak, track);
 }
 
