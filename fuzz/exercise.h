@@ -44,7 +44,8 @@ inline void ExerciseProgramme(TMXFile* f) {
   }
   for (std::uint32_t q = 0; q < 5; ++q) {
     TMXSetImageQuality(f, q);
-    if (TMXGetImageInfo(f, 0, &info) == TMX_OK) TMXGetEncodedImage(f, &info, 0, buffer.data(), 4096, &n);
+    if (TMXGetImageInfo(f, 0, &info) == TMX_OK)
+      TMXGetEncodedImage(f, &info, 0, buffer.data(), 4096, &n);
   }
   for (std::uint32_t format : {0u, 1u, 3u}) {
     TMXSetUnicodeFormat(f, format);

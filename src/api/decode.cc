@@ -8,7 +8,8 @@ extern "C" {
 
 TMX_API std::int32_t TMXDecodePCMFrame(TMXFile* f, const std::uint8_t* encoded,
                                        std::uint32_t encodedLength, std::int16_t* pcm,
-                                       std::uint32_t pcmCapacity, std::uint32_t* pcmLength) noexcept {
+                                       std::uint32_t pcmCapacity,
+                                       std::uint32_t* pcmLength) noexcept {
   if (!f) return TMX_ERR_HANDLE;
   if (!encoded || !pcm || !pcmLength) return TMX_ERR_ARGUMENT;
   // The first decode after a seek starts the decoder afresh.

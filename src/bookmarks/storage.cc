@@ -1,7 +1,7 @@
 #include "bookmarks/storage.h"
 
-#include "io/stream_io.h"
 #include "container/mp4/item_list.h"
+#include "io/stream_io.h"
 #include "metadata/key_table.h"
 
 namespace tmx::bookmarks {

@@ -58,7 +58,10 @@ constexpr bool IsFree(std::uint32_t type) noexcept { return mp4::AtomTypeMatches
 template <class Visit>
 std::int32_t ForEachAtom(TMXStream* s, AtomRange range, Visit&& visit) noexcept {
   const std::int32_t rc = mp4::ForEachBox(
-      s, range, [&](const mp4::Box& box) { return visit(Atom{box.pos, box.size, box.type}); },
+      s, range,
+      [&](const mp4::Box& box) {
+        return visit(Atom{box.pos, box.size, box.type});
+      },
       mp4::ShortTail::kIgnored);
   return rc < 0 ? rc : TMX_OK;
 }

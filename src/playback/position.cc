@@ -51,7 +51,8 @@ std::int32_t SavePosition(TMXFile* f, std::uint32_t reason) noexcept {
     --f->framesUntilSave;
     return TMX_OK;
   }
-  const std::uint32_t position = FramesToMs(f->reader.currentFrame, f->sampleRate, f->samplesPerFrame);
+  const std::uint32_t position =
+      FramesToMs(f->reader.currentFrame, f->sampleRate, f->samplesPerFrame);
   std::uint32_t finished = f->reader.currentFrame >= f->frameCount - 1 ? 1 : 0;
   const std::uint32_t checksum = PositionChecksum(position, finished);
   // At the end of the audio the flag is set after the checksum, so that the

@@ -71,7 +71,9 @@ void FailAllocation(std::uint64_t n) noexcept {
 }
 std::int64_t LiveAllocations() noexcept { return g_live.load(std::memory_order_relaxed); }
 std::uint64_t AllocationCount() noexcept { return g_allocations.load(std::memory_order_relaxed); }
-std::size_t TakeLargestRequest() noexcept { return g_largest.exchange(0, std::memory_order_relaxed); }
+std::size_t TakeLargestRequest() noexcept {
+  return g_largest.exchange(0, std::memory_order_relaxed);
+}
 }  // namespace testing
 #endif
 

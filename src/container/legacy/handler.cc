@@ -86,7 +86,8 @@ std::int32_t ApplyCodec(Container* f) noexcept {
   // About thirty seconds of frames between two saves of the position.
   f->info.positionSaveInterval =
       std::int32_t(std::uint64_t(c.bitrate) * kSaveSeconds / (std::uint64_t(c.bytesPerFrame) * 8));
-  for (std::uint32_t i = 0; i < f->info.chapterCount; ++i) f->info.chapterStartFrames[i] /= c.bytesPerFrame;
+  for (std::uint32_t i = 0; i < f->info.chapterCount; ++i)
+    f->info.chapterStartFrames[i] /= c.bytesPerFrame;
   return TMX_OK;
 }
 
@@ -189,8 +190,9 @@ std::int32_t GetSampleInfo(Container* f, std::uint32_t trackType, std::uint32_t 
                            TMXFrameInfo* info) noexcept {
   *info = {};
   if (trackType == FourCC("text")) {
-    *info = {trackType,   FramesToMs(index, f->info.sampleRate, f->info.samplesPerFrame), index, 0, 0,
-             kSampleFlags};
+    *info = {trackType, FramesToMs(index, f->info.sampleRate, f->info.samplesPerFrame),
+             index,     0,
+             0,         kSampleFlags};
   }
   return TMX_OK;
 }

@@ -89,12 +89,11 @@ std::int32_t BuildChapterLists(Container* file, Mp4State& st) noexcept {
   const std::uint32_t saved = s->ops->Tell(s);
   std::uint32_t filled = 0;
   constexpr std::int32_t kAllFound = 2;
-  std::int32_t rc = ForEachBox(s, {st.chapterMetadataPos, FileRange(s).end},
-                               [&](const Box& box) -> std::int32_t {
-                                 if (AtomTypeMatches(box.type, FourCC("ilst")))
-                                   lists.get()[filled++] = box.pos;
-                                 return filled == file->info.chapterCount ? kAllFound : TMX_OK;
-                               });
+  std::int32_t rc =
+      ForEachBox(s, {st.chapterMetadataPos, FileRange(s).end}, [&](const Box& box) -> std::int32_t {
+        if (AtomTypeMatches(box.type, FourCC("ilst"))) lists.get()[filled++] = box.pos;
+        return filled == file->info.chapterCount ? kAllFound : TMX_OK;
+      });
   s->ops->Seek(s, saved);
   if (rc != kAllFound) return rc == TMX_OK ? TMX_ERR_INCONSISTENT : rc;
   st.chapterListPos = lists.release();

@@ -80,9 +80,7 @@ struct Mp4State {
   std::uint8_t adtsTemplate[7];
 };
 
-inline Mp4State& State(Container* file) noexcept {
-  return *static_cast<Mp4State*>(file->state);
-}
+inline Mp4State& State(Container* file) noexcept { return *static_cast<Mp4State*>(file->state); }
 inline const Mp4State& State(const Container* file) noexcept {
   return *static_cast<const Mp4State*>(file->state);
 }

@@ -23,8 +23,8 @@ void WriteAdtsHeader(const std::uint8_t adtsTemplate[7], std::uint32_t frameLeng
                      std::uint8_t out[7]) noexcept;
 
 // Handler operation: decodes one frame through the caller's decoder.
-std::int32_t DecodeFrame(Container* file, const Codec* codec, void* instance, const std::uint8_t* data,
-                         std::uint32_t length, std::int16_t* pcm, std::uint32_t capacity,
-                         std::uint32_t* pcmLength) noexcept;
+std::int32_t DecodeFrame(Container* file, const Codec* codec, void* instance,
+                         const std::uint8_t* data, std::uint32_t length, std::int16_t* pcm,
+                         std::uint32_t capacity, std::uint32_t* pcmLength) noexcept;
 
 }  // namespace tmx::mp4

@@ -73,8 +73,8 @@ void ClearChunk(Mp4State& st) noexcept {
 
 // Sizes of audio samples [first, first + n) from the table; indices the
 // table does not reach take the fixed sample size.
-std::int32_t ReadAudioSizes(Container* f, std::uint32_t first, std::uint32_t n, std::uint32_t* sizes,
-                            std::uint32_t* total) noexcept {
+std::int32_t ReadAudioSizes(Container* f, std::uint32_t first, std::uint32_t n,
+                            std::uint32_t* sizes, std::uint32_t* total) noexcept {
   TMXStream* s = f->stream;
   const Mp4State& st = State(f);
   PositionGuard guard(s);
@@ -318,7 +318,8 @@ std::int32_t FramesBefore(Container* f, AtomRange stts, std::uint32_t j,
   for (std::uint32_t e = 0; e < head[1] && left > 0; ++e) {
     std::uint32_t entry[2];
     TMX_RETURN_IF_ERROR(ReadWords(s, entry, 2));
-    const std::uint32_t perSample = f->info.samplesPerFrame ? entry[1] / f->info.samplesPerFrame : 0;
+    const std::uint32_t perSample =
+        f->info.samplesPerFrame ? entry[1] / f->info.samplesPerFrame : 0;
     const std::uint32_t n = std::min(entry[0], left);
     sum += n * perSample;
     left -= n;
