@@ -1,13 +1,17 @@
-// What a player does with an open programme, as the fuzz targets and the
-// replay of their findings run it: every frame and side sample, decoding,
+// The fuzz targets' work, shared with the suite that replays their findings.
+// What a player does with an open programme: every frame and side sample, decoding,
 // chapter titles, links, pictures at every quality, metadata in every text
 // format, and seeks. Results are not checked here; the sanitizers and the
 // callers' bounds are.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "codec/codec.h"
+#include "codec/speech/speech_codec.h"
 #include "tmxsdk.h"
 
 namespace tmx::fuzz {
@@ -66,6 +70,37 @@ inline void ExerciseProgramme(TMXFile* f) {
   TMXSeekToChapter(f, 0);
   TMXGetCurrentChapter(f, &v);
   TMXGetPlaybackPosition(f, &v);
+}
+
+// The decoders on raw input: the first byte picks the codec (AAC, speech
+// mode 3 or 4); for AAC the next two bytes are the AudioSpecificConfig. The
+// rest is cut into frames at the lengths the following bytes give.
+inline void DecodeRawInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 3) return;
+  const tmx::Codec* codecs[] = {&tmx::kAacCodec, &tmx::kSpeechMode3Codec,
+                                &tmx::kSpeechMode4Codec};
+  const tmx::Codec* codec = codecs[data[0] % 3];
+  // The AAC decoder reads its configuration 23 bytes into the block the MP4
+  // reader hands over.
+  std::uint8_t config[25] = {};
+  config[23] = data[1];
+  config[24] = data[2];
+  void* instance = nullptr;
+  if (codec->CreateDecoder(&instance, config, sizeof config, codec) != 0) return;
+  std::int16_t pcm[4096];
+  std::size_t at = 3;
+  while (at < size) {
+    const std::size_t wanted = data[at] * 4u;
+    ++at;
+    const std::size_t length = std::min(wanted, size - at);
+    std::uint32_t produced = 0;
+    // Now and then a buffer too small for a frame, and a reset as after a seek.
+    const std::uint32_t capacity = (length & 7) == 1 ? 100 : sizeof pcm;
+    codec->DecodeFrame(instance, data + at, std::uint32_t(length), pcm, capacity, &produced);
+    if ((length & 15) == 2) codec->ResetDecoder(instance, data + at, 0, codec);
+    at += length;
+  }
+  codec->DestroyDecoder(&instance);
 }
 
 }  // namespace tmx::fuzz

@@ -67,6 +67,12 @@ std::int32_t Decode(void* instance, const std::uint8_t* data, std::uint32_t leng
     return TMX_ERR_DECODER;
   }
   const std::int32_t pcmPerPacket = layout->framesPerPacket * layout->samplesPerFrame;
+  // Output that would not fit is refused before anything is decoded or
+  // carried (the container hands over one packet with room for it).
+  if (std::uint64_t(n) * std::uint32_t(pcmPerPacket) * 2 > capacity) {
+    *produced = 0;
+    return TMX_ERR_DECODER;
+  }
   const std::uint8_t* in = data;
   std::int16_t* out = pcm;
   for (std::int32_t k = 0; k < n; ++k) {
