@@ -1,0 +1,116 @@
+// Fuzz target: a bookmark list opened from fuzzed bytes, then edited by a
+// fuzzed sequence of adds, deletes and metadata changes. The input is a
+// 16-bit length L, L bytes of the list's stream (a new list is made when
+// they hold none), then the operations, four bytes each plus the value of
+// the metadata writes. Nothing may crash, leak or touch memory it does not
+// own, whatever the list's bytes say.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "tmxsdk.h"
+#include "writer/writer.h"
+
+namespace {
+
+// A stream over a growable byte vector.
+struct Memory {
+  TMXStream base;
+  std::vector<std::uint8_t>* bytes;
+  std::uint32_t pos;
+};
+
+Memory* Self(TMXStream* s) { return reinterpret_cast<Memory*>(s); }
+
+const TMXStreamOps kOps = {
+    [](TMXStream*) -> std::int32_t { return TMX_OK; },
+    [](TMXStream*, std::int32_t) -> std::int32_t { return TMX_OK; },
+    [](TMXStream*) -> std::int32_t { return TMX_OK; },
+    [](TMXStream* s) -> std::uint32_t { return std::uint32_t(Self(s)->bytes->size()); },
+    [](TMXStream* s) -> std::uint32_t { return Self(s)->pos; },
+    [](TMXStream* s, std::uint32_t p) -> std::int32_t {
+      Self(s)->pos = p;
+      return TMX_OK;
+    },
+    [](TMXStream* s, void* buffer, std::int32_t n, std::int32_t* done) -> std::int32_t {
+      Memory* m = Self(s);
+      const std::size_t left = m->pos < m->bytes->size() ? m->bytes->size() - m->pos : 0;
+      const std::size_t k = std::min<std::size_t>(left, n < 0 ? 0 : std::size_t(n));
+      if (k) std::memcpy(buffer, m->bytes->data() + m->pos, k);
+      m->pos += std::uint32_t(k);
+      if (done) *done = std::int32_t(k);
+      return k ? TMX_OK : TMX_ERR_READ;
+    },
+    [](TMXStream* s, const void* buffer, std::int32_t n, std::int32_t* done) -> std::int32_t {
+      Memory* m = Self(s);
+      // A list never needs to grow past 1 MiB here.
+      if (n <= 0 || std::size_t(m->pos) + std::size_t(n) > (1u << 20)) return TMX_ERR_WRITE;
+      if (m->pos + std::size_t(n) > m->bytes->size()) m->bytes->resize(m->pos + std::size_t(n));
+      std::memcpy(m->bytes->data() + m->pos, buffer, std::size_t(n));
+      m->pos += std::uint32_t(n);
+      if (done) *done = n;
+      return TMX_OK;
+    },
+};
+
+// A programme of a minute with the product id the seed lists carry.
+const std::vector<std::uint8_t>& ProgrammeBytes() {
+  static const std::vector<std::uint8_t> bytes = [] {
+    tmx::writer::ProgrammeSpec plan;
+    for (int i = 0; i < 1300; ++i) plan.frames.emplace_back(6, std::uint8_t(i));
+    plan.audioSpecificConfig = {0x13, 0x90};
+    plan.options.framesPerChunk = 50;
+    plan.side.metadata = {tmx::writer::TextItem(tmx::writer::kItemProductId, "urn:book:0001")};
+    std::vector<std::uint8_t> out;
+    Memory m{{&kOps}, &out, 0};
+    tmx::writer::WriteProgramme(plan, &m.base);
+    return out;
+  }();
+  return bytes;
+}
+
+constexpr std::uint32_t kKeys[] = {0x40746974 /* @tit */, 0x40636172 /* @car */,
+                                   0x4075616C /* @ual */, 0x40736465 /* @sde */};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 2) return 0;
+  const std::size_t listSize = std::min<std::size_t>((data[0] << 8) | data[1], size - 2);
+  std::vector<std::uint8_t> programme = ProgrammeBytes();
+  std::vector<std::uint8_t> list(data + 2, data + 2 + listSize);
+  Memory book{{&kOps}, &programme, 0}, position{{&kOps}, &list, 0};
+  TMXFile* file = nullptr;
+  if (TMXOpenFile(&file, &book.base, &position.base) != TMX_OK) return 0;
+  TMXSetBookmarkBufferSize(file, 64);
+  // Bytes that hold no list for this programme get a new one.
+  if (TMXOpenBookmarkList(file, &position.base) == TMX_OK ||
+      TMXInitBookmarkList(file, &position.base) == TMX_OK) {
+    const std::uint8_t* op = data + 2 + listSize;
+    const std::uint8_t* end = data + size;
+    std::uint8_t buffer[512];
+    std::uint32_t value = 0;
+    while (end - op >= 4) {
+      const std::uint32_t index = op[1] % 8, key = kKeys[op[2] % 4];
+      const std::uint32_t length = std::min<std::uint32_t>(op[3], std::uint32_t(end - op - 4));
+      switch (op[0] % 8) {
+        case 0: TMXAddBookmark(file, std::uint32_t(op[1]) * 700 + op[3], &value); break;
+        case 1: TMXDeleteBookmark(file, index); break;
+        case 2: TMXAddBookmarkMetadata(file, index, key, op + 4, length); break;
+        case 3: TMXDeleteBookmarkMetadata(file, index, key); break;
+        case 4: TMXAddBookmarkListMetadata(file, key, op + 4, length); break;
+        case 5: TMXDeleteBookmarkListMetadata(file, key); break;
+        case 6:
+          TMXGetBookmarkMetadata(file, index, key, buffer, sizeof buffer);
+          TMXGetBookmarkListMetadata(file, key, buffer, sizeof buffer);
+          break;
+        default: TMXOpenBookmarkList(file, &position.base); break;
+      }
+      op += 4 + (op[0] % 8 == 2 || op[0] % 8 == 4 ? length : 0);
+    }
+  }
+  TMXCloseFile(file);
+  return 0;
+}
