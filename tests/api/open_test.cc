@@ -8,13 +8,14 @@
 #include "codec/codec.h"
 #include "container/format_handler.h"
 #include "support/memory_stream.h"
+#include "support/mp4_builder.h"
 #include "support/temp_dir.h"
 #include "util/alloc.h"
 
 namespace tmx {
 namespace {
 
-using test::Bytes;
+using test::Be32, test::ByteVec, test::Concat, test::V;
 using test::MemoryStream;
 
 // What a handle holds before an open: a failed open must overwrite it with
@@ -22,7 +23,7 @@ using test::MemoryStream;
 TMXFile* const kStale = reinterpret_cast<TMXFile*>(alignof(TMXFile));
 
 std::vector<std::uint8_t> TmxHeader() {
-  return Bytes().u32(16).fourcc("ftyp").fourcc("tmx ").u32(0).zeros(16).take();
+  return Concat({Be32(16), V("ftyp"), V("tmx "), Be32(0), ByteVec(16, 0)});
 }
 
 // A handler that accepts every container and records what it saw.
@@ -110,7 +111,7 @@ TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
       {std::vector<std::uint8_t>(64, 1), TMX_ERR_UNSUPPORTED},
       {std::vector<std::uint8_t>(8, 0), TMX_ERR_UNSUPPORTED},
       {TmxHeader(), TMX_ERR_INCONSISTENT},
-      {Bytes().u32(0x49443303).zeros(28).take(), TMX_ERR_UNSUPPORTED},
+      {Concat({V("ID3"), {3}, ByteVec(28, 0)}), TMX_ERR_UNSUPPORTED},
   };
   for (const auto& [bytes, expected] : cases) {
     MemoryStream m(bytes);
@@ -305,6 +306,23 @@ TEST_F(OpenPathTest, AllocationFailureAtEveryStep) {
     EXPECT_EQ(testing::LiveAllocations(), liveBefore_) << "allocation " << k;
   }
   EXPECT_TRUE(opened);
+}
+
+// The handle is checked before the out pointer: null for both gives -2, not -18.
+TEST(Getters, CheckTheHandleBeforeThePointer) {
+  using Getter = std::int32_t (*)(TMXFile*, std::uint32_t*);
+  TMXFile file{};
+  for (Getter get : {TMXGetFileType, TMXGetSampleRate, TMXGetAvgBitrate, TMXGetMaxBitrate,
+                     TMXGetDuration, TMXGetAudioChannelCount, TMXGetChapterCount, TMXGetImageCount,
+                     TMXGetImageQuality, TMXGetUnicodeFormat}) {
+    EXPECT_EQ(get(nullptr, nullptr), TMX_ERR_HANDLE);
+    EXPECT_EQ(get(&file, nullptr), TMX_ERR_ARGUMENT);
+  }
+  for (auto set : {TMXEnableChapterText, TMXDisableChapterText, TMXEnableChapterLinks,
+                   TMXDisableChapterLinks, TMXEnableChapterImages, TMXDisableChapterImages})
+    EXPECT_EQ(set(nullptr), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXSetImageQuality(nullptr, 1), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXSetUnicodeFormat(nullptr, 1), TMX_ERR_HANDLE);
 }
 
 TEST(PositionPath, ReplacesTheLastDotInTheWholePath) {
