@@ -178,34 +178,6 @@ TEST_F(OpenTest, SuccessfulOpenSetsDefaultsAndCloseReleasesEverything) {
   EXPECT_EQ(position.closes(), 1);
 }
 
-TEST_F(OpenTest, OnlyTmxBrandGetsADecoder) {
-  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_MP4), &kNullCodec);
-  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_M4B), &kNullCodec);
-  EXPECT_EQ(CodecForFileType(1000), &kNullCodec);
-  EXPECT_EQ(HandlerForFileType(TMX_FILETYPE_ID3), &kNullHandler);
-  EXPECT_EQ(HandlerForFileType(TMX_FILETYPE_LEGACY_OTHER), &kNullHandler);
-  EXPECT_EQ(HandlerForFileType(1000), &kNullHandler);
-}
-
-// Opening, metadata and side-sample lookups through the null handler are
-// tested through the exports.
-TEST_F(OpenTest, NullTablesAnswerTheirCodes) {
-  Container f{};
-  const FormatHandler& h = kNullHandler;
-  EXPECT_EQ(h.CloseContainer(&f), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.SeekToFrame(&f, 0), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.AdvanceFrame(&f), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.ReadEncodedFrame(&f, nullptr, 0, nullptr), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.DecodeFrame(&f, nullptr, nullptr, nullptr, 0, nullptr, 0, nullptr),
-            TMX_ERR_UNSUPPORTED);
-  const Codec& c = kNullCodec;
-  void* instance = nullptr;
-  EXPECT_EQ(c.CreateDecoder(&instance, nullptr, 0, &c), TMX_ERR_NO_DECODER);
-  EXPECT_EQ(c.DestroyDecoder(&instance), TMX_ERR_NO_DECODER);
-  EXPECT_EQ(c.ResetDecoder(instance, nullptr, 0, &c), TMX_ERR_NO_DECODER);
-  EXPECT_EQ(c.DecodeFrame(instance, nullptr, 0, nullptr, 0, nullptr), TMX_ERR_NO_DECODER);
-}
-
 TEST_F(OpenTest, AllocationFailureAtEveryStepOfOpen) {
   UseFakeHandler();
   bool opened = false;

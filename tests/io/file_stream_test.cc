@@ -224,19 +224,6 @@ TEST_F(FileStreamTest, CallerAllocatedStreamsAreFreedByClose) {
   EXPECT_EQ(s->ops->Close(s), TMX_OK);  // frees fs; LeakSanitizer checks
 }
 
-TEST_F(FileStreamTest, InitialisersChooseTheirTables) {
-  TMXStream s{};
-  const TMXStreamOps custom{};
-  EXPECT_EQ(TMXInitIOStream(nullptr, nullptr), nullptr);
-  EXPECT_EQ(TMXInitInputStream(nullptr), nullptr);
-  EXPECT_EQ(TMXInitIOStream(&s, &custom), &s);
-  EXPECT_EQ(s.ops, &custom);
-  TMXInitIOStream(&s, nullptr);
-  EXPECT_EQ(s.ops, &kReadWriteFileOps);
-  TMXInitInputStream(&s);
-  EXPECT_EQ(s.ops, &kInputFileOps);
-}
-
 TEST_F(FileStreamTest, PathLimitAndAllocationFailure) {
   std::wstring p(259, L'a');
   TMXStream* s = MakeFileStream(p.c_str(), false);

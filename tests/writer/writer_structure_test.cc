@@ -118,34 +118,6 @@ TEST(WriterLayout, AudioTrackTablesDescribeTheFrames) {
   EXPECT_EQ(view.U32(view.Find("moov/mvhd").payload() + 16), 47 * 1024 * 1000 / 22050u);
 }
 
-TEST(WriterLayout, EsdsHasTheFixedDescriptorLayout) {
-  ProgrammeSpec plan = SpecWithFrames(50);
-  ProgrammeView view(Write(plan));
-  const Atom mp4a = view.Find(view.Tracks()[0], "mdia/minf/stbl/stsd/mp4a");
-  EXPECT_EQ(view.U16(mp4a.payload() + 16), 2u) << "channel count";
-  const Atom esds = view.Find(mp4a, "esds");
-  const std::uint32_t p = esds.payload();  // offsets as the reader counts them
-  EXPECT_EQ(esds.size, 8u + 43);
-  EXPECT_EQ(view.U32(p), 0u);
-  EXPECT_EQ(view.Slice(p + 4, 5), (std::vector<std::uint8_t>{0x03, 0x80, 0x80, 0x80, 34}));
-  EXPECT_EQ(view.Slice(p + 12, 5), (std::vector<std::uint8_t>{0x04, 0x80, 0x80, 0x80, 20}));
-  EXPECT_EQ(view.U8(p + 17), 0x40);
-  EXPECT_EQ(view.U8(p + 18), 0x15);
-  std::uint32_t total = 0;
-  std::uint32_t largest = 0;
-  for (const auto& f : plan.frames) {
-    total += std::uint32_t(f.size());
-    largest = std::max(largest, std::uint32_t(f.size()));
-  }
-  EXPECT_EQ(view.U32(p + 18) & 0xFFFFFF, largest) << "buffer size";
-  const std::uint32_t avg = std::uint32_t(std::uint64_t(total) * 8 * 22050 / (50 * 1024));
-  EXPECT_EQ(view.U32(p + 26), avg);
-  EXPECT_GE(view.U32(p + 22), avg);
-  EXPECT_EQ(view.Slice(p + 30, 7),
-            (std::vector<std::uint8_t>{0x05, 0x80, 0x80, 0x80, 2, 0x13, 0x90}));
-  EXPECT_EQ(view.Slice(p + 37, 6), (std::vector<std::uint8_t>{0x06, 0x80, 0x80, 0x80, 1, 2}));
-}
-
 ProgrammeSpec SpecWithSideTracks() {
   ProgrammeSpec plan = SpecWithFrames(100);  // 100 frames of 46 ms at 22050 Hz
   plan.options.framesPerChunk = 8;
