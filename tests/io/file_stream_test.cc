@@ -9,6 +9,7 @@
 
 #include "io/file_stream.h"
 #include "support/temp_dir.h"
+#include "support/test_data.h"
 #include "util/alloc.h"
 
 namespace tmx {
@@ -21,10 +22,7 @@ class FileStreamTest : public ::testing::Test {
     EXPECT_NE(s, nullptr);
     return s;
   }
-  static std::string Contents(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
+  static std::string Contents(const std::filesystem::path& p) { return test::ReadFileText(p); }
   test::TempDir dir_;
 };
 
