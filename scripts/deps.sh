@@ -14,3 +14,5 @@ install_missing() {
 }
 
 BUILD_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev binutils libgtest-dev libbenchmark-dev ffmpeg)
+# What scripts/coverage needs besides the build packages.
+COVERAGE_PACKAGES=(gcovr)

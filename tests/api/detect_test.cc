@@ -3,11 +3,12 @@
 
 #include "api/file.h"
 #include "support/memory_stream.h"
+#include "support/mp4_builder.h"
 
 namespace tmx {
 namespace {
 
-using test::Bytes;
+using test::Be16, test::Be32, test::ByteVec, test::Concat, test::V;
 using test::MemoryStream;
 
 struct Detected {
@@ -26,21 +27,19 @@ Detected Detect(std::vector<std::uint8_t> bytes, bool unknownSize = false) {
 }
 
 std::vector<std::uint8_t> Ftyp(const char (&type)[5], const char (&brand)[5]) {
-  return Bytes().u32(20).fourcc(type).fourcc(brand).u32(0).fourcc("isom").take();
+  return Concat({Be32(20), V(type), V(brand), Be32(0), V("isom")});
 }
 
 // An older-container header: size word, magic, count, a spare word, then the
 // entries; the audio entry's data carries the codec id 24 bytes in.
 std::vector<std::uint8_t> Legacy(std::uint16_t codecId, std::uint32_t entryKind = 6,
                                  std::int64_t sizeWord = -1) {
-  Bytes b;
-  b.u32(0).u32(0x57907536).u32(2).u32(0);
-  b.u32(2).u32(0).u32(0);            // a record of another kind
-  b.u32(entryKind).u32(40).u32(32);  // audio record at offset 40
-  b.zeros(40 - b.size());
-  b.zeros(24).u16(codecId).zeros(6);
-  b.patch32(0, sizeWord < 0 ? std::uint32_t(b.size()) : std::uint32_t(sizeWord));
-  return b.take();
+  ByteVec b = Concat({Be32(0), Be32(0x57907536), Be32(2), Be32(0),
+                      Be32(2), Be32(0), Be32(0),             // a record of another kind
+                      Be32(entryKind), Be32(40), Be32(32),   // audio record at offset 40
+                      ByteVec(24, 0), Be16(codecId), ByteVec(6, 0)});
+  test::Put32(b, 0, sizeWord < 0 ? std::uint32_t(b.size()) : std::uint32_t(sizeWord));
+  return b;
 }
 
 TEST(DetectFileType, BrandsAndCapitalsChooseTheMp4Types) {
@@ -81,7 +80,7 @@ TEST(DetectFileType, ShortStreamsAreRefusedBeforeReading) {
 TEST(DetectFileType, Id3TagsOfVersion3And4) {
   // Version 2 (and 5) fall through to the older-container test and fail there.
   for (std::uint8_t version : {2, 3, 4, 5}) {
-    const Detected d = Detect(Bytes().u8('I').u8('D').u8('3').u8(version).zeros(20).take());
+    const Detected d = Detect(Concat({V("ID3"), {version}, ByteVec(20, 0)}));
     const bool id3 = version == 3 || version == 4;
     EXPECT_EQ(d.rc, id3 ? TMX_OK : TMX_ERR_UNSUPPORTED) << int(version);
     EXPECT_EQ(d.type, id3 ? std::uint32_t(TMX_FILETYPE_ID3) : 0u) << int(version);
@@ -106,7 +105,7 @@ TEST(DetectFileType, OlderContainerChecks) {
   auto hugeCount = Legacy(0xC00C, 5);
   hugeCount[8] = hugeCount[9] = hugeCount[10] = hugeCount[11] = 0xFF;
   const auto pastTheEnd =
-      Bytes().u32(32).u32(0x57907536).u32(1).u32(0).u32(6).u32(0xFFFFFF00).u32(4).zeros(4).take();
+      Concat({Be32(32), Be32(0x57907536), Be32(1), Be32(0), Be32(6), Be32(0xFFFFFF00), Be32(4), Be32(0)});
   const struct {
     const char* what;
     std::vector<std::uint8_t> bytes;

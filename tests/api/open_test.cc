@@ -8,13 +8,14 @@
 #include "codec/codec.h"
 #include "container/format_handler.h"
 #include "support/memory_stream.h"
+#include "support/mp4_builder.h"
 #include "support/temp_dir.h"
 #include "util/alloc.h"
 
 namespace tmx {
 namespace {
 
-using test::Bytes;
+using test::Be32, test::ByteVec, test::Concat, test::V;
 using test::MemoryStream;
 
 // What a handle holds before an open: a failed open must overwrite it with
@@ -22,7 +23,7 @@ using test::MemoryStream;
 TMXFile* const kStale = reinterpret_cast<TMXFile*>(alignof(TMXFile));
 
 std::vector<std::uint8_t> TmxHeader() {
-  return Bytes().u32(16).fourcc("ftyp").fourcc("tmx ").u32(0).zeros(16).take();
+  return Concat({Be32(16), V("ftyp"), V("tmx "), Be32(0), ByteVec(16, 0)});
 }
 
 // A handler that accepts every container and records what it saw.
@@ -110,7 +111,7 @@ TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
       {std::vector<std::uint8_t>(64, 1), TMX_ERR_UNSUPPORTED},
       {std::vector<std::uint8_t>(8, 0), TMX_ERR_UNSUPPORTED},
       {TmxHeader(), TMX_ERR_INCONSISTENT},
-      {Bytes().u32(0x49443303).zeros(28).take(), TMX_ERR_UNSUPPORTED},
+      {Concat({V("ID3"), {3}, ByteVec(28, 0)}), TMX_ERR_UNSUPPORTED},
   };
   for (const auto& [bytes, expected] : cases) {
     MemoryStream m(bytes);
@@ -175,34 +176,6 @@ TEST_F(OpenTest, SuccessfulOpenSetsDefaultsAndCloseReleasesEverything) {
   file->positionStreamOpen = 1;
   EXPECT_EQ(TMXCloseFile(file), TMX_OK);
   EXPECT_EQ(position.closes(), 1);
-}
-
-TEST_F(OpenTest, OnlyTmxBrandGetsADecoder) {
-  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_MP4), &kNullCodec);
-  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_M4B), &kNullCodec);
-  EXPECT_EQ(CodecForFileType(1000), &kNullCodec);
-  EXPECT_EQ(HandlerForFileType(TMX_FILETYPE_ID3), &kNullHandler);
-  EXPECT_EQ(HandlerForFileType(TMX_FILETYPE_LEGACY_OTHER), &kNullHandler);
-  EXPECT_EQ(HandlerForFileType(1000), &kNullHandler);
-}
-
-// Opening, metadata and side-sample lookups through the null handler are
-// tested through the exports.
-TEST_F(OpenTest, NullTablesAnswerTheirCodes) {
-  Container f{};
-  const FormatHandler& h = kNullHandler;
-  EXPECT_EQ(h.CloseContainer(&f), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.SeekToFrame(&f, 0), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.AdvanceFrame(&f), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.ReadEncodedFrame(&f, nullptr, 0, nullptr), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(h.DecodeFrame(&f, nullptr, nullptr, nullptr, 0, nullptr, 0, nullptr),
-            TMX_ERR_UNSUPPORTED);
-  const Codec& c = kNullCodec;
-  void* instance = nullptr;
-  EXPECT_EQ(c.CreateDecoder(&instance, nullptr, 0, &c), TMX_ERR_NO_DECODER);
-  EXPECT_EQ(c.DestroyDecoder(&instance), TMX_ERR_NO_DECODER);
-  EXPECT_EQ(c.ResetDecoder(instance, nullptr, 0, &c), TMX_ERR_NO_DECODER);
-  EXPECT_EQ(c.DecodeFrame(instance, nullptr, 0, nullptr, 0, nullptr), TMX_ERR_NO_DECODER);
 }
 
 TEST_F(OpenTest, AllocationFailureAtEveryStepOfOpen) {
@@ -305,6 +278,23 @@ TEST_F(OpenPathTest, AllocationFailureAtEveryStep) {
     EXPECT_EQ(testing::LiveAllocations(), liveBefore_) << "allocation " << k;
   }
   EXPECT_TRUE(opened);
+}
+
+// The handle is checked before the out pointer: null for both gives -2, not -18.
+TEST(Getters, CheckTheHandleBeforeThePointer) {
+  using Getter = std::int32_t (*)(TMXFile*, std::uint32_t*);
+  TMXFile file{};
+  for (Getter get : {TMXGetFileType, TMXGetSampleRate, TMXGetAvgBitrate, TMXGetMaxBitrate,
+                     TMXGetDuration, TMXGetAudioChannelCount, TMXGetChapterCount, TMXGetImageCount,
+                     TMXGetImageQuality, TMXGetUnicodeFormat}) {
+    EXPECT_EQ(get(nullptr, nullptr), TMX_ERR_HANDLE);
+    EXPECT_EQ(get(&file, nullptr), TMX_ERR_ARGUMENT);
+  }
+  for (auto set : {TMXEnableChapterText, TMXDisableChapterText, TMXEnableChapterLinks,
+                   TMXDisableChapterLinks, TMXEnableChapterImages, TMXDisableChapterImages})
+    EXPECT_EQ(set(nullptr), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXSetImageQuality(nullptr, 1), TMX_ERR_HANDLE);
+  EXPECT_EQ(TMXSetUnicodeFormat(nullptr, 1), TMX_ERR_HANDLE);
 }
 
 TEST(PositionPath, ReplacesTheLastDotInTheWholePath) {

@@ -217,7 +217,7 @@ ByteVec ProgrammeWithList(const std::string& pid) {
   for (std::uint32_t pos = moov + 8; pos < b.size(); pos += Be32At(b, pos))
     if (TypeAt(b, pos) == "udta") udta = pos;
   EXPECT_EQ(udta + Be32At(b, udta), b.size());
-  const ByteVec pidItem = Atom("prID", Atom("data", Concat({Be32(1), Be32(0), Text(pid + '\0')})));
+  const ByteVec pidItem = Atom("prID", Atom("data", Concat({Be32(1), Be32(0), V(pid + '\0')})));
   const ByteVec bmet = Atom("bmet", Concat({Be32(1), Atom("blst", Concat({Be32(0), pidItem})),
                                             Atom("bmrk", Be32(1234)), Atom("free", {})}));
   for (std::uint32_t at : {moov, udta}) {
@@ -287,7 +287,7 @@ TEST(BookmarkMetadata, StoredAsGivenDeliveredInTheTextFormat) {
   std::uint32_t size = 0;
   const auto text = [&] { return std::string(reinterpret_cast<char*>(out)); };
   ASSERT_EQ(TMXSetUnicodeFormat(f, 1), TMX_OK);  // UTF-8, stored as data type 1
-  const ByteVec title = Text("Caf\xC3\xA9 &#65;");
+  const ByteVec title = V("Caf\xC3\xA9 &#65;");
   ASSERT_EQ(TMXAddBookmarkListMetadata(f, kKeyTitle, title.data(), 11), TMX_OK);
   ASSERT_EQ(TMXGetBookmarkListInfo(f, kKeyTitle, 0x66720000, &size), TMX_OK);
   EXPECT_EQ(size, 11u);  // the stored size, whatever the format or locale

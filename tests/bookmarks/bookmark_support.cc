@@ -21,11 +21,6 @@ const ByteVec& ProgrammeBytes(const std::string& pid, std::uint32_t frames) {
   return bytes;
 }
 
-std::uint32_t Be32At(const ByteVec& b, std::size_t at) {
-  if (at + 4 > b.size()) return 0;
-  return (std::uint32_t(b[at]) << 24) | (std::uint32_t(b[at + 1]) << 16) |
-         (std::uint32_t(b[at + 2]) << 8) | b[at + 3];
-}
 
 std::string TypeAt(const ByteVec& b, std::size_t at) {
   return at + 8 > b.size() ? "????" : std::string(b.begin() + at + 4, b.begin() + at + 8);

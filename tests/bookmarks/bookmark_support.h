@@ -25,9 +25,7 @@ inline constexpr std::uint32_t kItemTitle = 0xA96E616D, kItemNote = 0xA9636D74;
 // A programme of `frames` frames (1300: about a minute) with a "@pid"
 // (none when `pid` is empty).
 const ByteVec& ProgrammeBytes(const std::string& pid, std::uint32_t frames = 1300);
-std::uint32_t Be32At(const ByteVec& b, std::size_t at);
 std::string TypeAt(const ByteVec& b, std::size_t at);
-inline ByteVec Text(const std::string& s) { return ByteVec(s.begin(), s.end()); }
 
 // An open programme with a position stream (the usual home of the list).
 class Session {

@@ -9,6 +9,7 @@
 #include "bookmarks/bookmark_support.h"
 #include "support/run_tool.h"
 #include "support/temp_dir.h"
+#include "support/test_data.h"
 
 namespace tmx::test {
 namespace {
@@ -57,8 +58,7 @@ TEST(BookmarksCommand, AddsListsSeeksAndDeletes) {
   ASSERT_EQ(tool("list"), 0) << out;
   EXPECT_EQ(out, "  1  0:00:30.000  Chapter two\n");
   // The position record written by the seek stays in front of the list.
-  std::ifstream in(dir.path() / "book.pos", std::ios::binary);
-  const ByteVec pos(std::istreambuf_iterator<char>(in), {});
+  const ByteVec pos = ReadFileBytes(dir.path() / "book.pos");
   EXPECT_EQ(Be32At(pos, 0), 2u);
   EXPECT_EQ(ParseList(pos).bookmarks.size(), 1u);
 

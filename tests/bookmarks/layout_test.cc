@@ -25,19 +25,19 @@ class NewList : public ::testing::Test {
 };
 
 TEST_F(NewList, StartsAsTheEmptyTreeAndGrowsOnlyWhenTheSpareRoomIsUsed) {
-  Bytes e;
-  e.zeros(16).u32(kN + 100).fourcc("moov").u32(kN + 92).fourcc("udta");
-  e.u32(kN + 84).fourcc("bmet").u32(1).u32(kN + 44).fourcc("blst").u32(0);
-  e.u32(kN + 24).fourcc("prID").u32(kN + 16).fourcc("data").u32(0).u32(0).bytes(kStoredPid);
-  e.u32(8).fourcc("free").u32(28).fourcc("free").zeros(20);
-  ASSERT_EQ(s.bytes(), e.take());
+  const ByteVec e = Concat(
+      {ByteVec(16, 0), Be32(kN + 100), V("moov"), Be32(kN + 92), V("udta"), Be32(kN + 84),
+       V("bmet"), Be32(1), Be32(kN + 44), V("blst"), Be32(0), Be32(kN + 24), V("prID"),
+       Be32(kN + 16), V("data"), Be32(0), Be32(0), kStoredPid, Be32(8), V("free"), Be32(28),
+       V("free"), ByteVec(20, 0)});
+  ASSERT_EQ(s.bytes(), e);
 
   Add({5000});  // fits the 28 spare bytes, leaving an empty "free" atom
   EXPECT_EQ(s.bytes().size(), kN + 116);
   const ByteVec atom(s.bytes().begin() + kFirst, s.bytes().end());
   EXPECT_EQ(
       atom,
-      Bytes().u32(20).fourcc("bmrk").u32(5000).u32(8).fourcc("free").u32(8).fourcc("free").take());
+      Concat({Be32(20), V("bmrk"), Be32(5000), Be32(8), V("free"), Be32(8), V("free")}));
   Add({7000});  // grows the file, "moov", "udta" and "bmet" by 20 bytes
   EXPECT_EQ(s.bytes().size(), kN + 136);
   EXPECT_EQ(Word(16), kN + 120);
@@ -97,13 +97,13 @@ TEST(ItemGrowth, MovesTheAtomsBehindTheContainer) {
     ASSERT_EQ(TMXSetBookmarkBufferSize(f, bufferSize), TMX_OK);
     std::uint32_t index = 0;
     for (std::uint32_t t : {1000u, 3000u, 5000u}) ASSERT_EQ(TMXAddBookmark(f, t, &index), TMX_OK);
-    const ByteVec alias(50, 'a'), note = Text("thirty bytes of note text.....");
+    const ByteVec alias(50, 'a'), note = V("thirty bytes of note text.....");
     ASSERT_EQ(TMXAddBookmarkMetadata(f, 2, kKeyAlias, alias.data(), 50), TMX_OK);
     ASSERT_EQ(TMXAddBookmarkMetadata(f, 1, kKeyNote, note.data(), 30), TMX_OK);
     ParsedList l = ParseList(s.bytes());
     EXPECT_EQ(l.bookmarks.at(2).pos, kFirst + 40 + 30 + 24);
     const std::size_t size = s.bytes().size();
-    const ByteVec title = Text("a list title of 24 bytes");
+    const ByteVec title = V("a list title of 24 bytes");
     ASSERT_EQ(TMXAddBookmarkListMetadata(f, kKeyTitle, title.data(), 24), TMX_OK);
     // The item and a new "free" atom take the place of the empty one.
     EXPECT_EQ(s.bytes().size(), size + 24 + 24);
@@ -154,7 +154,7 @@ ByteVec FtypList(const ByteVec& behind = {}) {
   const ByteVec item = Atom("prID", Atom("data", Concat({Be32(0), Be32(0), kStoredPid})));
   const ByteVec blst = Atom("blst", Concat({Be32(0), item, Atom("free", {})}));
   const ByteVec bmet = Atom("bmet", Concat({Be32(1), blst, Atom("free", ByteVec(20))}));
-  return Concat({Atom("ftyp", Text("bmksbmks")), Box("moov", {Box("udta", {bmet})}), behind});
+  return Concat({Atom("ftyp", V("bmksbmks")), Box("moov", {Box("udta", {bmet})}), behind});
 }
 
 TEST(FtypList, GrowsAtItsEndUnlessAtomsFollowTheMovie) {

@@ -250,9 +250,6 @@ ByteVec SampleList() {
   return s.bytes();
 }
 
-void Put32(ByteVec& b, std::size_t at, std::uint32_t v) {
-  for (int i = 0; i < 4; ++i) b[at + i] = std::uint8_t(v >> (24 - 8 * i));
-}
 
 TEST(Malformed, SizesOutsideTheirParentsAreRefusedWithoutWriting) {
   const ByteVec good = SampleList();

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "support/test_data.h"
+
 namespace tmx::aac::testing {
 
 inline std::string DataPath(const std::string& name) {
@@ -14,14 +16,7 @@ inline std::string DataPath(const std::string& name) {
 }
 
 inline std::vector<std::uint8_t> ReadFile(const std::string& path) {
-  std::vector<std::uint8_t> out;
-  if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-    std::uint8_t buf[65536];
-    std::size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.insert(out.end(), buf, buf + n);
-    std::fclose(f);
-  }
-  return out;
+  return test::ReadFileBytes(path);
 }
 
 inline std::vector<std::int16_t> ReadPcm(const std::string& path) {
@@ -44,21 +39,11 @@ struct AdtsFrame {
 // Splits an ADTS stream; stops at the first damaged header.
 inline std::vector<AdtsFrame> SplitAdts(const std::vector<std::uint8_t>& s) {
   std::vector<AdtsFrame> frames;
-  std::size_t pos = 0;
-  while (pos + 7 <= s.size()) {
-    const std::uint8_t* h = s.data() + pos;
+  for (const std::vector<std::uint8_t>& h : test::SplitAdts(s)) {
     if (h[0] != 0xFF || (h[1] & 0xF0) != 0xF0) break;
-    const bool crc = (h[1] & 1) == 0;
-    const std::uint32_t length = ((h[3] & 3u) << 11) | (h[4] << 3) | (h[5] >> 5);
-    const std::size_t header = crc ? 9 : 7;
-    if (length < header || pos + length > s.size()) break;
-    AdtsFrame f;
-    f.profile = h[2] >> 6;
-    f.rateIndex = (h[2] >> 2) & 15;
-    f.channelConfig = ((h[2] & 1u) << 2) | (h[3] >> 6);
-    f.raw.assign(h + header, h + length);
-    frames.push_back(std::move(f));
-    pos += length;
+    const std::size_t header = (h[1] & 1) ? 7 : 9;  // 9 with a CRC
+    frames.push_back({(h[2] >> 2) & 15u, ((h[2] & 1u) << 2) | (h[3] >> 6), std::uint32_t(h[2] >> 6),
+                      std::vector<std::uint8_t>(h.begin() + std::ptrdiff_t(header), h.end())});
   }
   return frames;
 }

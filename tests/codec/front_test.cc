@@ -11,6 +11,7 @@
 #include "codec/codec.h"
 #include "support/memory_stream.h"
 #include "support/mp4_builder.h"
+#include "support/test_data.h"
 #include "util/alloc.h"
 #include "writer/writer.h"
 
@@ -21,8 +22,7 @@ using test::ByteVec;
 using test::MemoryStream;
 
 ByteVec Programme(const char* clip, writer::Brand brand = writer::Brand::kTmx) {
-  std::ifstream in(std::string(TMX_TEST_DATA_DIR) + "/" + clip, std::ios::binary);
-  const ByteVec adts(std::istreambuf_iterator<char>(in), {});
+  const ByteVec adts = test::ReadTestData(clip);  // the plan only points at it
   writer::ProgrammeSpec plan;
   plan.adts = adts;
   plan.options.brand = brand;

@@ -9,6 +9,7 @@
 
 #include "io/file_stream.h"
 #include "support/temp_dir.h"
+#include "support/test_data.h"
 #include "util/alloc.h"
 
 namespace tmx {
@@ -21,10 +22,7 @@ class FileStreamTest : public ::testing::Test {
     EXPECT_NE(s, nullptr);
     return s;
   }
-  static std::string Contents(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
+  static std::string Contents(const std::filesystem::path& p) { return test::ReadFileText(p); }
   test::TempDir dir_;
 };
 
@@ -222,19 +220,6 @@ TEST_F(FileStreamTest, CallerAllocatedStreamsAreFreedByClose) {
   ASSERT_EQ(s->ops->Open(s, TMX_STREAM_READ), TMX_OK);
   EXPECT_EQ(s->ops->GetSize(s), 3u);
   EXPECT_EQ(s->ops->Close(s), TMX_OK);  // frees fs; LeakSanitizer checks
-}
-
-TEST_F(FileStreamTest, InitialisersChooseTheirTables) {
-  TMXStream s{};
-  const TMXStreamOps custom{};
-  EXPECT_EQ(TMXInitIOStream(nullptr, nullptr), nullptr);
-  EXPECT_EQ(TMXInitInputStream(nullptr), nullptr);
-  EXPECT_EQ(TMXInitIOStream(&s, &custom), &s);
-  EXPECT_EQ(s.ops, &custom);
-  TMXInitIOStream(&s, nullptr);
-  EXPECT_EQ(s.ops, &kReadWriteFileOps);
-  TMXInitInputStream(&s);
-  EXPECT_EQ(s.ops, &kInputFileOps);
 }
 
 TEST_F(FileStreamTest, PathLimitAndAllocationFailure) {

@@ -3,15 +3,15 @@
 
 #include "io/stream_io.h"
 #include "support/memory_stream.h"
+#include "support/mp4_builder.h"
 
 namespace tmx {
 namespace {
 
-using test::Bytes;
 using test::MemoryStream;
 
 TEST(StreamIo, ReadsBigEndianNumbersAndAtomHeaders) {
-  MemoryStream m(Bytes().u8(0xAB).u16(0x1234).u32(0xDEADBEEF).u32(24).fourcc("moov").take());
+  MemoryStream m(test::Concat({{0xAB, 0x12, 0x34}, test::Be32(0xDEADBEEF), test::Be32(24), test::V("moov")}));
   std::uint8_t b = 0;
   std::uint16_t h = 0;
   std::uint32_t w = 0, size = 0, type = 0;

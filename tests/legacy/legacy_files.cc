@@ -32,14 +32,6 @@ ByteVec Write(const LegacyProgramme& programme, LegacyLayout* layout) {
   return out.data();
 }
 
-void Put32(ByteVec& bytes, std::size_t at, std::uint32_t value) {
-  for (int i = 0; i < 4; ++i) bytes.at(at + i) = std::uint8_t(value >> (24 - 8 * i));
-}
-
-std::uint32_t Get32(const ByteVec& b, std::size_t at) {
-  return (std::uint32_t(b.at(at)) << 24) | (std::uint32_t(b.at(at + 1)) << 16) |
-         (std::uint32_t(b.at(at + 2)) << 8) | b.at(at + 3);
-}
 
 std::int32_t OpenDirectly(const ByteVec& bytes, std::uint32_t fileType) {
   ::tmx::test::MemoryStream stream(bytes);

@@ -9,12 +9,15 @@
 
 #include "api/file.h"
 #include "support/memory_stream.h"
+#include "support/mp4_builder.h"
 #include "util/status.h"
 #include "writer/legacy_writer.h"
 
 namespace tmx::legacy::test {
 
-using ByteVec = std::vector<std::uint8_t>;
+using ::tmx::test::Be32At;
+using ::tmx::test::ByteVec;
+using ::tmx::test::Put32;
 using writer::LegacyLayout;
 using writer::LegacyProgramme;
 
@@ -27,8 +30,6 @@ LegacyProgramme Programme(std::uint32_t frames,
                           std::uint16_t codecId = writer::kLegacyCodecSpeech8);
 ByteVec Write(const LegacyProgramme& programme, LegacyLayout* layout = nullptr);
 
-void Put32(ByteVec& bytes, std::size_t at, std::uint32_t value);
-std::uint32_t Get32(const ByteVec& bytes, std::size_t at);
 
 // The handler's own open for a file of `fileType`, closed again on success:
 // for the checks that type detection would make first.

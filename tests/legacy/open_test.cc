@@ -101,9 +101,9 @@ TEST(LegacyOpen, RefusesInconsistentStructures) {
 struct Hidden {
   ByteVec bytes;
   std::uint32_t first = 16, last = 16 + 12 * 7, at = 0, size = 0;
-  explicit Hidden(::tmx::test::Bytes record) {
+  explicit Hidden(ByteVec record) {
     LegacyProgramme p = Programme(4);
-    p.cover = record.take();
+    p.cover = std::move(record);
     p.leadingEntries = p.trailingEntries = {{9, 0, 0}};
     LegacyLayout layout;
     bytes = Write(p, &layout);
@@ -119,18 +119,15 @@ struct Hidden {
 };
 
 TEST(LegacyOpen, TheLaterEntryOfATypeWins) {
-  auto fake = [] {
-    ::tmx::test::Bytes b;
-    b.u32(1).u8(0).u32(5).u32(4).bytes({'t', 'i', 't', 'l', 'e', 'F', 'a', 'k', 'e'});
-    return b;
-  };
+  using ::tmx::test::Concat, ::tmx::test::Be32, ::tmx::test::V;
+  auto fake = [] { return Concat({Be32(1), {0}, Be32(5), Be32(4), V("titleFake")}); };
   EXPECT_EQ(Book(Hidden(fake()).Point(16, 2)).Text(FourCC("@tit")), "Bleak House");
   EXPECT_EQ(Book(Hidden(fake()).Point(16 + 12 * 7, 2)).Text(FourCC("@tit")), "Fake");
 
   // Detection takes the codec id from the first chapter list, the reader
   // from the last: they must agree.
-  ::tmx::test::Bytes list;
-  list.u32(1).zeros(12).u32(20).u32(0).u16(writer::kLegacyCodecSpeech16).u32(0);
+  const ByteVec list = Concat({Be32(1), ByteVec(12, 0), Be32(20), Be32(0),
+                               ::tmx::test::Be16(writer::kLegacyCodecSpeech16), Be32(0)});
   EXPECT_EQ(Book(Hidden(list).Point(16, 6)).rc(), TMX_ERR_INCONSISTENT);
 }
 

@@ -136,37 +136,6 @@ TEST(LegacyFrames, SeeksLandOnWholeFramesOfTheSegmentHoldingTheirByte) {
   EXPECT_EQ(b.Read(), expected);
 }
 
-TEST(LegacyFrames, SeeksByTimeChapterAndSkip) {
-  LegacyProgramme p = Segmented(12, {19, 38, 19});
-  p.chapters = {{4, 0}, {6, 0}, {2, 0}};
-  Book b(Write(p));
-  TMXFile* f = b.f();
-  // The first read restores the saved position (none here: frame 0).
-  EXPECT_EQ(b.Read(), Frame(0));
-  const std::pair<std::uint32_t, std::uint32_t> seeks[] = {
-      {7 * 18, 7}, {7 * 18 - 1, 6}, {0, 0}, {11 * 18, 11}};
-  for (auto [ms, frame] : seeks) {
-    EXPECT_EQ(TMXSeek(f, ms), TMX_OK);
-    EXPECT_EQ(b.Read(), Frame(frame)) << ms;
-  }
-  EXPECT_EQ(TMXSeek(f, 12 * 18), TMX_ERR_SEEK_RANGE);
-
-  std::uint32_t chapter = 0, ms = 0;
-  EXPECT_EQ(TMXSeekToChapter(f, 2), TMX_OK);
-  EXPECT_EQ(TMXGetCurrentChapter(f, &chapter), TMX_OK);
-  EXPECT_EQ(chapter, 2u);
-  EXPECT_EQ(TMXGetPlaybackPosition(f, &ms), TMX_OK);
-  EXPECT_EQ(ms, 10u * 18);
-  EXPECT_EQ(b.Read(), Frame(10));
-  EXPECT_EQ(TMXSeekToChapter(f, 3), TMX_ERR_INDEX);
-
-  EXPECT_EQ(TMXSeekToChapter(f, 1), TMX_OK);
-  EXPECT_EQ(TMXSkipNextFrame(f), TMX_OK);
-  EXPECT_EQ(b.Read(), Frame(5));
-  EXPECT_EQ(TMXSeek(f, 11 * 18), TMX_OK);
-  EXPECT_EQ(TMXSkipNextFrame(f), TMX_ERR_END);
-}
-
 TEST(LegacyFrames, ChaptersHaveNoTextAndThereAreNoSideTracks) {
   LegacyProgramme p = Programme(12);
   p.chapters = {{4, 0}, {8, 0}};

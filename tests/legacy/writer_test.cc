@@ -29,13 +29,13 @@ TEST(LegacyWriter, CutsTheAudioIntoTheSegmentsAsked) {
   p.cover = {0xFF, 0xD8, 0xFF, 0xD9};
   LegacyLayout layout;
   const ByteVec bytes = Write(p, &layout);
-  EXPECT_EQ(Get32(bytes, 0), bytes.size());
-  EXPECT_EQ(Get32(bytes, 8), 6u);
+  EXPECT_EQ(Be32At(bytes, 0), bytes.size());
+  EXPECT_EQ(Be32At(bytes, 8), 6u);
   for (std::uint32_t type : {1u, 2u, 3u, 6u, 10u, 11u}) {
     const auto& r = layout.records[type];
-    EXPECT_EQ(Get32(bytes, r.entryPos), type);
-    EXPECT_EQ(Get32(bytes, r.entryPos + 4), r.offset);
-    EXPECT_EQ(Get32(bytes, r.entryPos + 8), r.size);
+    EXPECT_EQ(Be32At(bytes, r.entryPos), type);
+    EXPECT_EQ(Be32At(bytes, r.entryPos + 4), r.offset);
+    EXPECT_EQ(Be32At(bytes, r.entryPos + 8), r.size);
   }
   // 5, 0, then 7 until the last 3 of the 57 bytes.
   const std::vector<std::uint32_t> expected = {5, 0, 7, 7, 7, 7, 7, 7, 7, 3};
@@ -43,8 +43,8 @@ TEST(LegacyWriter, CutsTheAudioIntoTheSegmentsAsked) {
   ByteVec audio, frames;
   std::uint32_t header = layout.records[10].offset;
   for (std::uint32_t size : expected) {
-    EXPECT_EQ(Get32(bytes, header), size);
-    EXPECT_EQ(Get32(bytes, header + 4), header + 8);
+    EXPECT_EQ(Be32At(bytes, header), size);
+    EXPECT_EQ(Be32At(bytes, header + 4), header + 8);
     audio.insert(audio.end(), bytes.begin() + header + 8, bytes.begin() + header + 8 + size);
     header += 8 + size;
   }

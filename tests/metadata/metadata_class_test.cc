@@ -16,7 +16,6 @@ namespace {
 
 using namespace tmx::test;
 
-ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
 
 ByteVec Item(std::uint32_t type, std::uint32_t valueType, const ByteVec& value) {
   const ByteVec data = Atom("data", Concat({Be32(valueType), Be32(0), value}));

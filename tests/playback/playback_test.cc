@@ -40,11 +40,7 @@ ProgrammeSpec Book(std::uint32_t frames = 16000) {
 
 PositionRecord Record(const MemoryStream& m) {
   const auto& d = const_cast<MemoryStream&>(m).data();
-  auto word = [&](std::size_t at) {
-    return (std::uint32_t(d[at]) << 24) | (std::uint32_t(d[at + 1]) << 16) |
-           (std::uint32_t(d[at + 2]) << 8) | d[at + 3];
-  };
-  return {word(0), word(4), word(8), word(12)};
+  return {Be32At(d, 0), Be32At(d, 4), Be32At(d, 8), Be32At(d, 12)};
 }
 
 ByteVec RecordBytes(std::uint32_t version, std::uint32_t position, std::uint32_t finished,

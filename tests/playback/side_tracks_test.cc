@@ -307,6 +307,7 @@ TEST(SideTracks, LinkStartTimesComeFromTheTitleTrack) {
   side.links.push_back({5000, "Fourth link", "y"});
   OpenProgramme p(Written(side));
   ASSERT_EQ(p.rc(), TMX_OK);
+  const std::uint32_t linkStarts[] = {0, 2000, 4000};
   for (std::uint32_t i = 0; i < 3; ++i) {
     std::uint32_t ms = 1;
     TMXFrameInfo title{}, link{};
@@ -314,9 +315,7 @@ TEST(SideTracks, LinkStartTimesComeFromTheTitleTrack) {
     ASSERT_EQ(TMXGetChapterInfo(p.file(), i, &title), TMX_OK);
     ASSERT_EQ(TMXGetLinkInfo(p.file(), i, &link), TMX_OK);
     EXPECT_EQ(ms, title.startTime) << i;
-    if (i > 0) {
-      EXPECT_NE(ms, link.startTime) << i;
-    }
+    EXPECT_EQ(link.startTime, Stored(linkStarts[i])) << i;
   }
   // Link 3 exists, chapter 3 does not.
   std::uint32_t ms = 1;
@@ -477,7 +476,7 @@ TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
   std::vector<std::pair<std::uint32_t, std::uint32_t>> seen;  // type, index of side samples
   std::uint32_t nextAudio = 0;
   std::uint8_t buffer[8192];
-  TMXFrameInfo info{}, last{};
+  TMXFrameInfo info{};
   for (int steps = 0; steps < 400 && TMXGetNextFrameInfo(f, &info) == TMX_OK; ++steps) {
     if (info.type == FourCC("mp4a")) {
       ASSERT_EQ(info.index, nextAudio);
@@ -499,8 +498,6 @@ TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
       ++nextAudio;
       continue;
     }
-    ASSERT_NE(std::memcmp(&info, &last, sizeof info), 0) << "reported twice";
-    last = info;
     seen.push_back({info.type, info.index});
     if (info.type == FourCC("jpeg")) {  // another picture is not taken for the current one
       TMXFrameInfo first{};
@@ -545,16 +542,17 @@ TEST(SideTracks, FailuresArePassedThroughAndLeakNothing) {
   struct Case {
     FaultCall call;
     int allocations;  // made by the call
+    int reads;        // that can fail
   };
   const Case cases[] = {
-      {{"chapter info", [&] { return TMXGetChapterInfo(p.file(), 1, &info); }}, 0},
-      {{"link start", [&] { return TMXGetLinkStartTime(p.file(), 1, &v); }}, 0},
-      {{"title", [&] { return TMXGetChapterText(p.file(), &title, buffer, 64); }}, 1},
-      {{"link", [&] { return TMXGetLink(p.file(), &link, buffer, 64); }}, 1},
-      {{"picture", [&] { return TMXGetEncodedImage(p.file(), &image, 10, buffer, 64, &v); }}, 0},
+      {{"chapter info", [&] { return TMXGetChapterInfo(p.file(), 1, &info); }}, 0, 39},
+      {{"link start", [&] { return TMXGetLinkStartTime(p.file(), 1, &v); }}, 0, 39},
+      {{"title", [&] { return TMXGetChapterText(p.file(), &title, buffer, 64); }}, 1, 1},
+      {{"link", [&] { return TMXGetLink(p.file(), &link, buffer, 64); }}, 1, 1},
+      {{"picture", [&] { return TMXGetEncodedImage(p.file(), &image, 10, buffer, 64, &v); }}, 0, 1},
   };
   for (const Case& c : cases) {
-    EXPECT_GE(FailEachRead(p.stream(), c.call), 1) << c.call.name;
+    EXPECT_EQ(FailEachRead(p.stream(), c.call), c.reads) << c.call.name;
     EXPECT_EQ(FailEachAllocation(c.call), c.allocations) << c.call.name;
   }
   // A picture read that fails reports nothing read.

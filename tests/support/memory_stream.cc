@@ -70,12 +70,5 @@ std::int32_t MemoryStream::Write(TMXStream* s, const void* buffer, std::int32_t 
   return TMX_OK;
 }
 
-Bytes& Bytes::patch32(std::size_t at, std::uint32_t v) {
-  b_[at] = std::uint8_t(v >> 24);
-  b_[at + 1] = std::uint8_t(v >> 16);
-  b_[at + 2] = std::uint8_t(v >> 8);
-  b_[at + 3] = std::uint8_t(v);
-  return *this;
-}
 
 }  // namespace tmx::test

@@ -70,31 +70,4 @@ class MemoryStream {
   void Log(const char* call) { calls_ += calls_.empty() ? call : std::string(" ") + call; }
 };
 
-// Big-endian byte building for hand-made files.
-class Bytes {
- public:
-  Bytes& u8(std::uint8_t v) {
-    b_.push_back(v);
-    return *this;
-  }
-  Bytes& u16(std::uint16_t v) { return u8(std::uint8_t(v >> 8)).u8(std::uint8_t(v)); }
-  Bytes& u32(std::uint32_t v) { return u16(std::uint16_t(v >> 16)).u16(std::uint16_t(v)); }
-  Bytes& fourcc(const char (&s)[5]) { return u8(s[0]).u8(s[1]).u8(s[2]).u8(s[3]); }
-  Bytes& zeros(std::size_t n) {
-    b_.insert(b_.end(), n, 0);
-    return *this;
-  }
-  Bytes& bytes(const std::vector<std::uint8_t>& v) {
-    b_.insert(b_.end(), v.begin(), v.end());
-    return *this;
-  }
-  std::size_t size() const { return b_.size(); }
-  // Overwrites a 32-bit word already written.
-  Bytes& patch32(std::size_t at, std::uint32_t v);
-  std::vector<std::uint8_t> take() { return std::move(b_); }
-
- private:
-  std::vector<std::uint8_t> b_;
-};
-
 }  // namespace tmx::test

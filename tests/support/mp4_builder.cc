@@ -202,10 +202,26 @@ std::uint32_t StartTime(const TrackSpec& t, std::uint32_t sample) {
 
 }  // namespace
 
+ByteVec Be16(std::uint16_t v) {
+  ByteVec b;
+  Put16(b, v);
+  return b;
+}
+
 ByteVec Be32(std::uint32_t v) {
   ByteVec b;
   Put32(b, v);
   return b;
+}
+
+std::uint32_t Be32At(const ByteVec& b, std::size_t at) {
+  if (at + 4 > b.size()) return 0;
+  return (std::uint32_t(b.at(at)) << 24) | (std::uint32_t(b.at(at + 1)) << 16) |
+         (std::uint32_t(b.at(at + 2)) << 8) | b.at(at + 3);
+}
+
+void Put32(ByteVec& b, std::size_t at, std::uint32_t v) {
+  for (int i = 0; i < 4; ++i) b.at(at + i) = std::uint8_t(v >> (24 - 8 * i));
 }
 
 ByteVec Atom(const std::string& type, const ByteVec& payload) {

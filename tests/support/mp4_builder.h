@@ -19,7 +19,12 @@ ByteVec Box(const std::string& type, std::initializer_list<ByteVec> children);
 ByteVec FullAtom(const std::string& type, std::uint8_t version, std::uint32_t flags,
                  const ByteVec& payload);
 ByteVec Concat(std::initializer_list<ByteVec> parts);
+ByteVec Be16(std::uint16_t v);
 ByteVec Be32(std::uint32_t v);
+inline ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
+// Reads (0 past the end) or overwrites the big-endian word at `at`.
+std::uint32_t Be32At(const ByteVec& b, std::size_t at);
+void Put32(ByteVec& b, std::size_t at, std::uint32_t v);
 
 struct TrackSpec {
   std::uint32_t id = 1;

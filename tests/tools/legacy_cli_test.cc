@@ -10,6 +10,7 @@
 
 #include "support/run_tool.h"
 #include "support/temp_dir.h"
+#include "support/test_data.h"
 
 namespace {
 
@@ -17,11 +18,6 @@ using Bytes = std::vector<std::uint8_t>;
 using tmx::test::ToolRun;
 
 ToolRun Tool(const std::string& arguments) { return tmx::test::RunTool(TMXTOOL_PATH, arguments); }
-
-Bytes ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
 
 void Put(Bytes& b, std::uint32_t v, int n) {
   for (int i = 0; i < n; ++i) b.push_back(std::uint8_t(v >> (8 * i)));
@@ -73,7 +69,7 @@ TEST(LegacyCli, MuxInfoDecodeForBothRates) {
     EXPECT_NE(info.find("sample rate: " + std::to_string(rate)), std::string::npos) << info;
     ASSERT_EQ(Tool("decode " + book + " -o " + out).status, 0);
     // About the input's length, whole packets, and not silent.
-    const Bytes pcm = ReadFile(out);
+    const Bytes pcm = tmx::test::ReadFileBytes(out);
     ASSERT_GT(pcm.size(), 44u);
     const double seconds = double(pcm.size() - 44) / 2 / rate;
     EXPECT_NEAR(seconds, 2.0, 0.05);

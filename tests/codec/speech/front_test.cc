@@ -63,12 +63,6 @@ std::vector<std::int16_t> Reference(int mode, const std::vector<std::uint8_t>& p
   return out;
 }
 
-TEST(SpeechCodec, FileTypesFiveAndSixGetTheSpeechTables) {
-  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_LEGACY_C00C), &kSpeechMode4Codec);
-  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_LEGACY_C010), &kSpeechMode3Codec);
-  EXPECT_EQ(CodecForFileType(TMX_FILETYPE_LEGACY_C00D), &kNullCodec);
-}
-
 TEST(SpeechCodec, TableSlotsMakeAndFreeAnInstance) {
   const std::int64_t live = tmx::testing::LiveAllocations();
   void* three = nullptr;

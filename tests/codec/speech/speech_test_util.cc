@@ -6,15 +6,15 @@
 #include <iterator>
 
 #include "codec/speech/encoder.h"
+#include "support/test_data.h"
 
 namespace tmx::speech::test {
 
 std::vector<std::int16_t> LoadClip(const std::string& name) {
-  std::ifstream in(std::string(TMX_SPEECH_DATA_DIR) + "/" + name + ".s16", std::ios::binary);
-  const std::vector<char> bytes(std::istreambuf_iterator<char>(in), {});
+  const auto bytes = ::tmx::test::ReadFileBytes(std::string(TMX_SPEECH_DATA_DIR) + "/" + name + ".s16");
   std::vector<std::int16_t> pcm(bytes.size() / 2);
   for (std::size_t i = 0; i < pcm.size(); ++i)
-    pcm[i] = static_cast<std::int16_t>(std::uint8_t(bytes[2 * i]) | (bytes[2 * i + 1] << 8));
+    pcm[i] = static_cast<std::int16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
   return pcm;
 }
 

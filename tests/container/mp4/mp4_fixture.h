@@ -104,7 +104,6 @@ inline TrackSpec TitleTrack(std::uint32_t id, const std::vector<std::string>& ti
   return t;
 }
 
-inline ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
 
 struct Guarded {
   std::int32_t rc;
