@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "codec/codec.h"
@@ -15,6 +16,47 @@
 #include "tmxsdk.h"
 
 namespace tmx::fuzz {
+
+// A stream over a byte vector of the caller's; writes grow it up to 1 MiB.
+// The fuzz targets hand programmes and bookmark lists over through it.
+struct ByteStream {
+  TMXStream base;
+  std::vector<std::uint8_t>* bytes;
+  std::uint32_t pos;
+
+  static ByteStream* Self(TMXStream* s) { return reinterpret_cast<ByteStream*>(s); }
+  static std::int32_t Read(TMXStream* s, void* buffer, std::int32_t n,
+                           std::int32_t* done) noexcept {
+    ByteStream* m = Self(s);
+    const std::size_t left = m->pos < m->bytes->size() ? m->bytes->size() - m->pos : 0;
+    const std::size_t k = std::min<std::size_t>(left, n < 0 ? 0 : std::size_t(n));
+    if (k) std::memcpy(buffer, m->bytes->data() + m->pos, k);
+    m->pos += std::uint32_t(k);
+    if (done) *done = std::int32_t(k);
+    return k ? TMX_OK : TMX_ERR_READ;
+  }
+  static std::int32_t Write(TMXStream* s, const void* buffer, std::int32_t n,
+                            std::int32_t* done) noexcept {
+    ByteStream* m = Self(s);
+    if (n <= 0 || std::size_t(m->pos) + std::size_t(n) > (1u << 20)) return TMX_ERR_WRITE;
+    if (m->pos + std::size_t(n) > m->bytes->size()) m->bytes->resize(m->pos + std::size_t(n));
+    std::memcpy(m->bytes->data() + m->pos, buffer, std::size_t(n));
+    m->pos += std::uint32_t(n);
+    if (done) *done = n;
+    return TMX_OK;
+  }
+  static std::int32_t Done(TMXStream*) noexcept { return TMX_OK; }
+  static std::int32_t Open(TMXStream*, std::int32_t) noexcept { return TMX_OK; }
+  static std::uint32_t Size(TMXStream* s) noexcept { return std::uint32_t(Self(s)->bytes->size()); }
+  static std::uint32_t Tell(TMXStream* s) noexcept { return Self(s)->pos; }
+  static std::int32_t Seek(TMXStream* s, std::uint32_t p) noexcept {
+    Self(s)->pos = p;
+    return TMX_OK;
+  }
+  static constexpr TMXStreamOps kOps = {Done, Open, Done, Size, Tell, Seek, Read, Write};
+
+  explicit ByteStream(std::vector<std::uint8_t>* data) : base{&kOps}, bytes(data), pos(0) {}
+};
 
 inline void ExerciseProgramme(TMXFile* f) {
   std::vector<std::uint8_t> buffer(1 << 16);
@@ -77,8 +119,7 @@ inline void ExerciseProgramme(TMXFile* f) {
 // rest is cut into frames at the lengths the following bytes give.
 inline void DecodeRawInput(const std::uint8_t* data, std::size_t size) {
   if (size < 3) return;
-  const tmx::Codec* codecs[] = {&tmx::kAacCodec, &tmx::kSpeechMode3Codec,
-                                &tmx::kSpeechMode4Codec};
+  const tmx::Codec* codecs[] = {&tmx::kAacCodec, &tmx::kSpeechMode3Codec, &tmx::kSpeechMode4Codec};
   const tmx::Codec* codec = codecs[data[0] % 3];
   // The AAC decoder reads its configuration 23 bytes into the block the MP4
   // reader hands over.

@@ -7,53 +7,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
-#include "tmxsdk.h"
+#include "exercise.h"
 #include "writer/writer.h"
 
 namespace {
-
-// A stream over a growable byte vector.
-struct Memory {
-  TMXStream base;
-  std::vector<std::uint8_t>* bytes;
-  std::uint32_t pos;
-};
-
-Memory* Self(TMXStream* s) { return reinterpret_cast<Memory*>(s); }
-
-const TMXStreamOps kOps = {
-    [](TMXStream*) -> std::int32_t { return TMX_OK; },
-    [](TMXStream*, std::int32_t) -> std::int32_t { return TMX_OK; },
-    [](TMXStream*) -> std::int32_t { return TMX_OK; },
-    [](TMXStream* s) -> std::uint32_t { return std::uint32_t(Self(s)->bytes->size()); },
-    [](TMXStream* s) -> std::uint32_t { return Self(s)->pos; },
-    [](TMXStream* s, std::uint32_t p) -> std::int32_t {
-      Self(s)->pos = p;
-      return TMX_OK;
-    },
-    [](TMXStream* s, void* buffer, std::int32_t n, std::int32_t* done) -> std::int32_t {
-      Memory* m = Self(s);
-      const std::size_t left = m->pos < m->bytes->size() ? m->bytes->size() - m->pos : 0;
-      const std::size_t k = std::min<std::size_t>(left, n < 0 ? 0 : std::size_t(n));
-      if (k) std::memcpy(buffer, m->bytes->data() + m->pos, k);
-      m->pos += std::uint32_t(k);
-      if (done) *done = std::int32_t(k);
-      return k ? TMX_OK : TMX_ERR_READ;
-    },
-    [](TMXStream* s, const void* buffer, std::int32_t n, std::int32_t* done) -> std::int32_t {
-      Memory* m = Self(s);
-      // A list never needs to grow past 1 MiB here.
-      if (n <= 0 || std::size_t(m->pos) + std::size_t(n) > (1u << 20)) return TMX_ERR_WRITE;
-      if (m->pos + std::size_t(n) > m->bytes->size()) m->bytes->resize(m->pos + std::size_t(n));
-      std::memcpy(m->bytes->data() + m->pos, buffer, std::size_t(n));
-      m->pos += std::uint32_t(n);
-      if (done) *done = n;
-      return TMX_OK;
-    },
-};
 
 // A programme of a minute with the product id the seed lists carry.
 const std::vector<std::uint8_t>& ProgrammeBytes() {
@@ -64,7 +23,7 @@ const std::vector<std::uint8_t>& ProgrammeBytes() {
     plan.options.framesPerChunk = 50;
     plan.side.metadata = {tmx::writer::TextItem(tmx::writer::kItemProductId, "urn:book:0001")};
     std::vector<std::uint8_t> out;
-    Memory m{{&kOps}, &out, 0};
+    tmx::fuzz::ByteStream m(&out);
     tmx::writer::WriteProgramme(plan, &m.base);
     return out;
   }();
@@ -81,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t listSize = std::min<std::size_t>((data[0] << 8) | data[1], size - 2);
   std::vector<std::uint8_t> programme = ProgrammeBytes();
   std::vector<std::uint8_t> list(data + 2, data + 2 + listSize);
-  Memory book{{&kOps}, &programme, 0}, position{{&kOps}, &list, 0};
+  tmx::fuzz::ByteStream book(&programme), position(&list);
   TMXFile* file = nullptr;
   if (TMXOpenFile(&file, &book.base, &position.base) != TMX_OK) return 0;
   TMXSetBookmarkBufferSize(file, 64);
