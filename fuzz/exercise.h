@@ -1,8 +1,8 @@
-// The fuzz targets' work, shared with the suite that replays their findings.
-// What a player does with an open programme: every frame and side sample, decoding,
-// chapter titles, links, pictures at every quality, metadata in every text
-// format, and seeks. Results are not checked here; the sanitizers and the
-// callers' bounds are.
+// The fuzz targets' work, shared with the suite that replays their findings:
+// a byte stream, what a player does with an open programme (every frame and
+// side sample, decoding, chapter titles, links, pictures at every quality,
+// metadata in every text format, seeks), and the decoders on raw frames.
+// Results are not checked here; the sanitizers and the callers' bounds are.
 #pragma once
 
 #include <algorithm>
