@@ -114,22 +114,19 @@ inline void ExerciseProgramme(TMXFile* f) {
   TMXGetPlaybackPosition(f, &v);
 }
 
-// The decoders on raw input: the first byte picks the codec (AAC, speech
-// mode 3 or 4); for AAC the next two bytes are the AudioSpecificConfig. The
-// rest is cut into frames at the lengths the following bytes give.
-inline void DecodeRawInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 3) return;
-  const tmx::Codec* codecs[] = {&tmx::kAacCodec, &tmx::kSpeechMode3Codec, &tmx::kSpeechMode4Codec};
-  const tmx::Codec* codec = codecs[data[0] % 3];
+// A decoder made from a two-byte AudioSpecificConfig (ignored by the speech
+// codecs) and fed frames cut from `data` at the lengths its bytes give.
+inline void DecodeFrames(const tmx::Codec& codec, std::uint8_t config0, std::uint8_t config1,
+                         const std::uint8_t* data, std::size_t size) {
   // The AAC decoder reads its configuration 23 bytes into the block the MP4
   // reader hands over.
   std::uint8_t config[25] = {};
-  config[23] = data[1];
-  config[24] = data[2];
+  config[23] = config0;
+  config[24] = config1;
   void* instance = nullptr;
-  if (codec->CreateDecoder(&instance, config, sizeof config, codec) != 0) return;
+  if (codec.CreateDecoder(&instance, config, sizeof config, &codec) != 0) return;
   std::int16_t pcm[4096];
-  std::size_t at = 3;
+  std::size_t at = 0;
   while (at < size) {
     const std::size_t wanted = data[at] * 4u;
     ++at;
@@ -137,11 +134,19 @@ inline void DecodeRawInput(const std::uint8_t* data, std::size_t size) {
     std::uint32_t produced = 0;
     // Now and then a buffer too small for a frame, and a reset as after a seek.
     const std::uint32_t capacity = (length & 7) == 1 ? 100 : sizeof pcm;
-    codec->DecodeFrame(instance, data + at, std::uint32_t(length), pcm, capacity, &produced);
-    if ((length & 15) == 2) codec->ResetDecoder(instance, data + at, 0, codec);
+    codec.DecodeFrame(instance, data + at, std::uint32_t(length), pcm, capacity, &produced);
+    if ((length & 15) == 2) codec.ResetDecoder(instance, data + at, 0, &codec);
     at += length;
   }
-  codec->DestroyDecoder(&instance);
+  codec.DestroyDecoder(&instance);
+}
+
+// The decoders on raw input: the first byte picks the codec (AAC, speech
+// mode 3 or 4), the next two are the AudioSpecificConfig, the rest frames.
+inline void DecodeRawInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 3) return;
+  const tmx::Codec* codecs[] = {&tmx::kAacCodec, &tmx::kSpeechMode3Codec, &tmx::kSpeechMode4Codec};
+  DecodeFrames(*codecs[data[0] % 3], data[1], data[2], data + 3, size - 3);
 }
 
 }  // namespace tmx::fuzz

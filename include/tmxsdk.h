@@ -11,6 +11,11 @@
  * streams must be used by one thread at a time; separate TMXFiles may be
  * used on separate threads, decoding included.
  *
+ * Resources: whatever counts and sizes a file claims, no single allocation
+ * is larger than the stream's size plus 64 KiB, and the work of a call is
+ * bounded by the bytes the file holds; a claim its bytes cannot back is
+ * refused with TMX_ERR_INCONSISTENT.
+ *
  * Ownership: the container stream belongs to the file from TMXOpenFile on,
  * the position stream once the library has opened it; both are closed by
  * TMXCloseFile. The built-in file streams free themselves in Close, so a

@@ -36,6 +36,8 @@ const MetadataKey* Find(std::uint32_t key) noexcept {
 
 }  // namespace
 
+std::span<const MetadataKey> MetadataKeys() noexcept { return kKeys; }
+
 std::uint32_t ItemTypeForKey(std::uint32_t key) noexcept {
   const MetadataKey* k = Find(key);
   return k ? k->itemType : key;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace tmx {
@@ -13,6 +14,8 @@ struct MetadataKey {
   std::uint32_t itemType;           // item type in the MP4 item list
 };
 
+// Every key the library knows, in search order.
+std::span<const MetadataKey> MetadataKeys() noexcept;
 // The item type of a key; a key outside the table is its own item type.
 std::uint32_t ItemTypeForKey(std::uint32_t key) noexcept;
 // The dictionary name of a key; empty for keys outside the table.
