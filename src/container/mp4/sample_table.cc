@@ -130,7 +130,9 @@ std::int32_t PrepareChunkFromTables(Container* f, std::uint32_t offset) noexcept
   info.type = c.entryType;
   info.index = f->currentFrame;
   info.startTime = Ms(f, f->currentFrame);
-  info.offset = offset + before;
+  // A chunk whose offset could not be read keeps the unreadable offset for
+  // every sample, rather than one that wraps round to the file's start.
+  info.offset = offset == kNoOffset ? kNoOffset : offset + before;
   info.size = st.sampleInChunk < count ? sizes[st.sampleInChunk] : 0;
   info.flags = st.audioTrack.flags;
   return TMX_OK;
