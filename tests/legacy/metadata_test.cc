@@ -9,12 +9,11 @@ namespace {
 
 ByteVec Bytes(const std::string& s) { return ByteVec(s.begin(), s.end()); }
 
-// The size TMXGetMetadataInfo reports; its code in *rc.
-std::uint32_t Needed(TMXFile* f, std::uint32_t key, std::int32_t* rc = nullptr) {
+// The code and the size TMXGetMetadataInfo reports.
+std::pair<std::int32_t, std::uint32_t> Info(TMXFile* f, std::uint32_t key) {
   std::uint32_t size = 77;
-  const std::int32_t r = TMXGetMetadataInfo(f, key, 0, &size);
-  if (rc) *rc = r;
-  return size;
+  const std::int32_t rc = TMXGetMetadataInfo(f, key, 0, &size);
+  return {rc, size};
 }
 
 TEST(LegacyMetadata, DictionaryValuesAreSingleByteText) {
@@ -24,22 +23,29 @@ TEST(LegacyMetadata, DictionaryValuesAreSingleByteText) {
   EXPECT_EQ(b.Text(FourCC("@aut")), "Dickens");
   EXPECT_EQ(b.Read(), Frame(1));  // lookups leave the reader where it was
 
-  const std::pair<std::uint32_t, std::uint32_t> sizes[] = {{0, 13}, {1, 19}, {3, 30}};
-  for (auto [format, size] : sizes) {
+  for (auto [format, size] : {std::pair{0u, 13u}, std::pair{1u, 19u}, std::pair{3u, 30u}}) {
     TMXSetUnicodeFormat(b.f(), format);
-    EXPECT_EQ(Needed(b.f(), FourCC("@tit")), size) << format;
+    EXPECT_EQ(Info(b.f(), FourCC("@tit")), std::pair(TMX_OK, size)) << format;
   }
   // A name the dictionary lacks, and a key outside the table (the empty
   // name), are found empty.
-  std::int32_t rc = 0;
-  EXPECT_EQ(Needed(b.f(), FourCC("@nar"), &rc), 0u);
-  EXPECT_EQ(rc, TMX_OK);
-  EXPECT_EQ(Needed(b.f(), FourCC("zzzz"), &rc), 0u);
-  EXPECT_EQ(rc, TMX_OK);
+  EXPECT_EQ(Info(b.f(), FourCC("@nar")), std::pair(TMX_OK, 0u));
+  EXPECT_EQ(Info(b.f(), FourCC("zzzz")), std::pair(TMX_OK, 0u));
 
   std::uint32_t size = 5;
   EXPECT_EQ(TMXGetChapterMetadataInfo(b.f(), 0, FourCC("@tit"), 0, &size), TMX_ERR_INDEX);
   EXPECT_EQ(size, 0u);
+
+  // The only locale is 0; an array without room is left alone.
+  std::uint32_t locales[4] = {5, 5, 5, 5}, count = 4;
+  EXPECT_EQ(TMXGetMetadataLocaleList(b.f(), locales, &count), TMX_OK);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(locales[0], 0u);
+  locales[0] = 5;
+  count = 0;
+  EXPECT_EQ(TMXGetMetadataLocaleList(b.f(), locales, &count), TMX_ERR_BUFFER);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(locales[0], 5u);
 }
 
 TEST(LegacyMetadata, NamesCompareByTheirFirst31Characters) {
@@ -61,81 +67,47 @@ TEST(LegacyMetadata, NamesCompareByTheirFirst31Characters) {
   EXPECT_EQ(b.Text(FourCC("zzzz")), "Unnamed");
 }
 
-TEST(LegacyMetadata, BrokenDictionariesEndTheLookup) {
-  LegacyLayout l;
-  const ByteVec good = Write(Programme(2), &l);
-  // Count, then "title" (9 + 5 + 11 bytes), then "author" (9 + 6 + 7).
-  const std::uint32_t dictionary = l.records[2].offset, author = dictionary + 4 + 25;
-  const struct {
-    const char* what;
-    std::uint32_t at, value;
-    std::int32_t author, missing;  // for "@aut" (second) and "@nar" (absent)
-  } cases[] = {
-      {"nonzero leading byte", author, 0x01000000, TMX_ERR_NOT_FOUND, TMX_ERR_NOT_FOUND},
-      {"value past the record", author + 5, 8, TMX_ERR_NOT_FOUND, TMX_ERR_NOT_FOUND},
-      {"more entries than the record holds", dictionary, 3, TMX_OK, TMX_ERR_NOT_FOUND},
-      {"no dictionary", l.records[2].entryPos, 9, TMX_ERR_END, TMX_ERR_END},
-      {"dictionary past the file", l.records[2].entryPos + 8, l.fileSize, TMX_ERR_INCONSISTENT,
-       TMX_ERR_INCONSISTENT},
-  };
-  for (const auto& c : cases) {
-    ByteVec bytes = good;
-    // The leading byte shares its word with the name length's top bytes.
-    Put32(bytes, c.at, c.value);
-    Book b(bytes);
-    std::int32_t rc = 0;
-    Needed(b.f(), FourCC("@aut"), &rc);
-    EXPECT_EQ(rc, c.author) << c.what;
-    EXPECT_EQ(Needed(b.f(), FourCC("@nar"), &rc), 0u);
-    EXPECT_EQ(rc, c.missing) << c.what;
-  }
-}
-
-TEST(LegacyMetadata, CoverPicture) {
+TEST(LegacyMetadata, CoverPictureAndBrokenRecords) {
   LegacyProgramme p = Programme(2);
   for (int i = 0; i < 300; ++i) p.cover.push_back(std::uint8_t(i * 7));
   LegacyLayout l;
   const ByteVec good = Write(p, &l);
   {
     Book b(good);
-    EXPECT_EQ(Needed(b.f(), FourCC("@car")), 300u);
     ByteVec buffer(300);
     EXPECT_EQ(TMXGetMetadata(b.f(), FourCC("@car"), buffer.data(), 299), TMX_ERR_BUFFER);
     EXPECT_EQ(TMXGetMetadata(b.f(), FourCC("@car"), buffer.data(), 300), TMX_OK);
     EXPECT_EQ(buffer, p.cover);
   }
-  const std::uint32_t record = l.records[11].offset, entry = l.records[11].entryPos;
+  // Count, then "title" (9 + 5 + 11 bytes), then "author" (9 + 6 + 7).
+  const std::uint32_t dictionary = l.records[2].offset, author = dictionary + 4 + 25;
+  const std::uint32_t cover = l.records[11].offset, entry = l.records[11].entryPos;
+  const std::int32_t kOk = TMX_OK, kEnd = TMX_ERR_END, kBad = TMX_ERR_INCONSISTENT,
+                     kNone = TMX_ERR_NOT_FOUND;
   const struct {
     const char* what;
     std::uint32_t at, value;
-    std::int32_t expected;
+    std::int32_t author, missing, cover;  // for "@aut" (second), "@nar" (absent), "@car"
   } cases[] = {
-      {"picture not behind the fields", record + 4, record + 9, TMX_ERR_INCONSISTENT},
-      {"picture one byte short of the record", record, 299, TMX_ERR_INCONSISTENT},
-      {"record one byte short of the picture", entry + 8, 307, TMX_ERR_INCONSISTENT},
-      {"no cover", entry, 9, TMX_ERR_END},
+      // The leading byte shares its word with the name length's top bytes.
+      {"nonzero leading byte", author, 0x01000000, kNone, kNone, kOk},
+      {"value past the record", author + 5, 8, kNone, kNone, kOk},
+      {"more entries than the record holds", dictionary, 3, kOk, kNone, kOk},
+      {"no dictionary", l.records[2].entryPos, 9, kEnd, kEnd, kOk},
+      {"dictionary past the file", l.records[2].entryPos + 8, l.fileSize, kBad, kBad, kOk},
+      {"picture not behind the fields", cover + 4, cover + 9, kOk, kOk, kBad},
+      {"picture one byte short of the record", cover, 299, kOk, kOk, kBad},
+      {"record one byte short of the picture", entry + 8, 307, kOk, kOk, kBad},
+      {"no cover", entry, 9, kOk, kOk, kEnd},
   };
   for (const auto& c : cases) {
     ByteVec bytes = good;
     Put32(bytes, c.at, c.value);
-    std::int32_t rc = 0;
-    EXPECT_EQ(Needed(Book(bytes).f(), FourCC("@car"), &rc), 0u);
-    EXPECT_EQ(rc, c.expected) << c.what;
+    Book b(bytes);
+    EXPECT_EQ(Info(b.f(), FourCC("@aut")).first, c.author) << c.what;
+    EXPECT_EQ(Info(b.f(), FourCC("@nar")), std::pair(c.missing, 0u)) << c.what;
+    EXPECT_EQ(Info(b.f(), FourCC("@car")), std::pair(c.cover, c.cover ? 0u : 300u)) << c.what;
   }
-}
-
-TEST(LegacyMetadata, TheOnlyLocaleIsZero) {
-  Book b(Write(Programme(2)));
-  std::uint32_t locales[4] = {5, 5, 5, 5}, count = 4;
-  EXPECT_EQ(TMXGetMetadataLocaleList(b.f(), locales, &count), TMX_OK);
-  EXPECT_EQ(count, 1u);
-  EXPECT_EQ(locales[0], 0u);
-  // An array without room is left alone.
-  locales[0] = 5;
-  count = 0;
-  EXPECT_EQ(TMXGetMetadataLocaleList(b.f(), locales, &count), TMX_ERR_BUFFER);
-  EXPECT_EQ(count, 1u);
-  EXPECT_EQ(locales[0], 5u);
 }
 
 TEST(LegacyMetadata, OriginalTitleComesFromTheHeaderRecord) {

@@ -1,128 +1,109 @@
 // Frames of the older container through the playback exports: reading across
-// segment ends, describing, seeking, chapters, broken chains and decoding.
+// segment ends, describing, seeking, chapters, broken chains and decoding;
+// and damaged programmes: whatever bytes are changed, opening, reading,
+// seeking and metadata lookups stay within the file and free what they take.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 
 #include "codec/codec.h"
+#include "exercise.h"
 #include "legacy/legacy_files.h"
 #include "util/alloc.h"
 
 namespace tmx::legacy::test {
 namespace {
 
-LegacyProgramme Segmented(std::uint32_t frames, std::vector<std::uint32_t> sizes) {
-  LegacyProgramme p = Programme(frames);
-  p.segmentSizes = std::move(sizes);
-  return p;
-}
-
-TEST(LegacyFrames, FramesRunAcrossSegmentEnds) {
-  for (const auto& sizes : std::vector<std::vector<std::uint32_t>>{
-           {}, {19}, {7, 30, 1, 0, 19, 50}, {1}, {38, 0, 0, 19}}) {
-    Book b(Write(Segmented(12, sizes)));
-    for (std::uint32_t i = 0; i < 12; ++i) ASSERT_EQ(b.Read(), Frame(i)) << i;
-    std::int32_t rc = 0;
-    b.Read(&rc);
-    EXPECT_EQ(rc, TMX_ERR_END);
-    EXPECT_EQ(b.Read(), Frame(0));  // the book starts again
-  }
-}
-
-TEST(LegacyFrames, DescribesEachFrameWhereItsBytesBegin) {
-  LegacyLayout layout;
-  const ByteVec bytes = Write(Segmented(5, {25, 100}), &layout);
-  const std::uint32_t seg0 = layout.records[10].offset + 8, seg1 = seg0 + 25 + 8;
-  const std::uint32_t offsets[] = {seg0, seg0 + 19, seg1 + 13, seg1 + 32, seg1 + 51};
-  Book b(bytes);
-  TMXFrameInfo info{};
-  for (std::uint32_t i = 0; i < 5; ++i) {
-    ASSERT_EQ(TMXGetNextFrameInfo(b.f(), &info), TMX_OK);
-    const TMXFrameInfo expected = {FourCC("ace2"), 18 * i, i, kFrame, offsets[i], 0x1001};
-    EXPECT_EQ(std::memcmp(&info, &expected, sizeof info), 0) << i;
-    // A too small buffer leaves the frame current.
-    std::int32_t rc = 0;
-    EXPECT_TRUE(b.Read(&rc, kFrame - 1).empty());
-    EXPECT_EQ(rc, TMX_ERR_BUFFER);
-    EXPECT_EQ(b.Read(nullptr, kFrame), Frame(i));
-  }
-  EXPECT_EQ(TMXGetNextFrameInfo(b.f(), &info), TMX_ERR_END);
-}
-
-// A model of where a seek to `frame` lands: in the segment that holds the
-// frame's first audio byte, on a whole frame counted from that segment's
-// start. Sizes are the writer's: the last one repeats until the audio is
-// placed. Gives the landing's audio byte and file position.
-std::pair<std::uint32_t, std::uint32_t> Landing(const LegacyProgramme& p,
-                                                std::uint32_t firstData, std::uint32_t frame) {
-  const std::uint32_t size = writer::LegacyFrameSize(p.codecId);
-  const std::uint32_t audio = std::uint32_t(p.frames.size()) * size, target = frame * size;
+// A model of the segment chain: where audio byte `byte` lies in the file,
+// and where (in audio bytes) its segment starts. Sizes are the writer's: the
+// last one repeats until the audio is placed.
+std::pair<std::uint32_t, std::uint32_t> Locate(const LegacyProgramme& p, std::uint32_t firstData,
+                                               std::uint32_t byte) {
+  const auto audio = std::uint32_t(p.frames.size() * p.frames[0].size());
   std::uint32_t start = 0, data = firstData;
   for (std::size_t i = 0;; ++i) {
-    const std::uint32_t wanted = p.segmentSizes.empty()
-                                     ? audio
-                                     : p.segmentSizes[std::min(i, p.segmentSizes.size() - 1)];
+    const std::uint32_t wanted =
+        p.segmentSizes.empty() ? audio : p.segmentSizes[std::min(i, p.segmentSizes.size() - 1)];
     const std::uint32_t length = std::min(wanted, audio - start);
-    if (target < start + length || start + length == audio) {
-      const std::uint32_t inner = std::min(target - start, length) / size * size;
-      return {start + inner, data + inner};
-    }
+    if (byte < start + length) return {data + byte - start, start};
     start += length;
     data += length + 8;
   }
 }
 
-// Seeks by time, chapter, skip and a restored position all land where the
-// model says, and reading goes on from there across segment ends.
-TEST(LegacyFrames, SeeksLandOnWholeFramesOfTheSegmentHoldingTheirByte) {
-  struct Case {
+// Reading in order gives the frames, described where their bytes begin,
+// across segment ends. Seeks by time and skip land in the segment that holds
+// the frame's first audio byte, on a whole frame counted from that segment's
+// start, and reading goes on from there.
+TEST(LegacyFrames, ReadsAndSeeksFollowTheSegmentModel) {
+  const struct {
     std::uint16_t codec;
     std::uint32_t frames;
     std::vector<std::uint32_t> sizes;
-  };
-  const Case cases[] = {{writer::kLegacyCodecSpeech16, 100, {707, 614, 679}},
-                        {writer::kLegacyCodecSpeech8, 12, {10, 23, 5}},
-                        {writer::kLegacyCodecSpeech8, 12, {19}},
-                        {writer::kLegacyCodecSpeech8, 12, {}}};
-  for (const Case& c : cases) {
-    LegacyProgramme p = Segmented(c.frames, c.sizes);
-    p.codecId = c.codec;
+  } cases[] = {{writer::kLegacyCodecSpeech16, 100, {707, 614, 679}},
+               {writer::kLegacyCodecSpeech8, 12, {10, 23, 5}},
+               {writer::kLegacyCodecSpeech8, 12, {7, 30, 1, 0, 19, 50}},
+               {writer::kLegacyCodecSpeech8, 12, {38, 0, 0, 19}},
+               {writer::kLegacyCodecSpeech8, 12, {25, 100}},
+               {writer::kLegacyCodecSpeech8, 12, {19}},
+               {writer::kLegacyCodecSpeech8, 12, {1}},
+               {writer::kLegacyCodecSpeech8, 12, {}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.frames << " frames, " << c.sizes.size() << " sizes");
+    const LegacyProgramme p = Programme(c.frames, c.codec, c.sizes);
     const std::uint32_t size = writer::LegacyFrameSize(c.codec);
-    p.frames.clear();
     ByteVec audio;
-    for (std::uint32_t i = 0; i < c.frames; ++i) {
-      p.frames.push_back(Frame(i, size));
-      audio.insert(audio.end(), p.frames.back().begin(), p.frames.back().end());
-    }
+    for (const ByteVec& frame : p.frames) audio.insert(audio.end(), frame.begin(), frame.end());
     LegacyLayout layout;
     Book b(Write(p, &layout));
     ASSERT_EQ(b.rc(), TMX_OK);
     TMXFile* f = b.f();
-    const std::uint32_t firstData = layout.records[10].offset + 8;
-    auto expectAt = [&](std::uint32_t frame, const char* how) {
-      const auto [byte, filePos] = Landing(p, firstData, frame);
-      TMXFrameInfo info{};
-      ASSERT_EQ(TMXGetNextFrameInfo(f, &info), TMX_OK) << how << frame;
-      EXPECT_EQ(info.index, frame) << how;
-      EXPECT_EQ(info.offset, filePos) << how << frame;
-      const ByteVec bytes(audio.begin() + byte, audio.begin() + byte + size);
-      EXPECT_EQ(b.Read(), bytes) << how << frame;
-    };
     const std::uint32_t ms = f->samplesPerFrame * 1000 / f->sampleRate;
+    const std::uint32_t type =
+        c.codec == writer::kLegacyCodecSpeech8 ? FourCC("ace2") : FourCC("ace3");
+    TMXFrameInfo info{};
+    // Frame `frame` is next, with the bytes from audio byte `byte` on.
+    auto expectAt = [&](std::uint32_t frame, std::uint32_t byte, const char* how) {
+      ASSERT_EQ(TMXGetNextFrameInfo(f, &info), TMX_OK) << how << frame;
+      const TMXFrameInfo expected = {
+          type,  frame * ms, frame, size, Locate(p, layout.records[10].offset + 8, byte).first,
+          0x1001};
+      EXPECT_EQ(std::memcmp(&info, &expected, sizeof info), 0) << how << frame;
+      // A too small buffer leaves the frame current.
+      std::int32_t rc = 0;
+      EXPECT_TRUE(b.Read(&rc, std::int32_t(size) - 1).empty());
+      EXPECT_EQ(rc, TMX_ERR_BUFFER);
+      EXPECT_EQ(b.Read(), ByteVec(audio.begin() + byte, audio.begin() + byte + size))
+          << how << frame;
+    };
+    for (std::uint32_t frame = 0; frame < c.frames; ++frame) expectAt(frame, frame * size, "read ");
+    EXPECT_EQ(TMXGetNextFrameInfo(f, &info), TMX_ERR_END);
+    std::int32_t rc = 0;
+    b.Read(&rc);
+    EXPECT_EQ(rc, TMX_ERR_END);
+    EXPECT_EQ(b.Read(), p.frames[0]);  // the book starts again
+    // The frame's byte, less what precedes it of the frame in its segment.
+    auto landing = [&](std::uint32_t frame) {
+      const std::uint32_t segment = Locate(p, 0, frame * size).second;
+      return segment + (frame * size - segment) / size * size;
+    };
     for (std::uint32_t frame = 0; frame < c.frames; ++frame) {
       ASSERT_EQ(TMXSeek(f, frame * ms), TMX_OK);
-      expectAt(frame, "seek to ");
+      expectAt(frame, landing(frame), "seek to ");
       if (frame + 1 < c.frames) {
         ASSERT_EQ(TMXSeek(f, frame * ms), TMX_OK);
         ASSERT_EQ(TMXSkipNextFrame(f), TMX_OK);
-        expectAt(frame + 1, "skip to ");
+        expectAt(frame + 1, landing(frame + 1), "skip to ");
       }
     }
   }
+}
+
+TEST(LegacyFrames, ChaptersSeekIntoTheirSegmentAndHaveNoText) {
   // 20-byte frames in segments of 707, 614 and 679 bytes: frame 36 (the
   // second chapter) starts at the first data byte of the second segment.
-  LegacyProgramme p = Programme(100, writer::kLegacyCodecSpeech16);
-  p.segmentSizes = {707, 614, 679};
+  LegacyProgramme p = Programme(100, writer::kLegacyCodecSpeech16, {707, 614, 679});
   p.chapters = {{36, 0}, {64, 0}};
   LegacyLayout layout;
   Book b(Write(p, &layout));
@@ -134,22 +115,16 @@ TEST(LegacyFrames, SeeksLandOnWholeFramesOfTheSegmentHoldingTheirByte) {
   ByteVec expected(p.frames[35].begin() + 7, p.frames[35].end());
   expected.insert(expected.end(), p.frames[36].begin(), p.frames[36].begin() + 7);
   EXPECT_EQ(b.Read(), expected);
-}
 
-TEST(LegacyFrames, ChaptersHaveNoTextAndThereAreNoSideTracks) {
-  LegacyProgramme p = Programme(12);
-  p.chapters = {{4, 0}, {8, 0}};
-  Book b(Write(p));
-  TMXFrameInfo info{};
   ASSERT_EQ(TMXGetChapterInfo(b.f(), 1, &info), TMX_OK);
   // The chapter's index is converted as if it were a frame index.
-  const TMXFrameInfo chapter = {FourCC("text"), 18, 1, 0, 0, 0x1001};
+  const TMXFrameInfo chapter = {FourCC("text"), 10, 1, 0, 0, 0x1001};
   EXPECT_EQ(std::memcmp(&info, &chapter, sizeof info), 0);
   std::uint8_t text[8] = {1, 1, 1};
   EXPECT_EQ(TMXGetChapterText(b.f(), &info, text, sizeof text), TMX_ERR_NOT_FOUND);
   EXPECT_EQ(text[0], 0);
   EXPECT_EQ(TMXGetChapterInfo(b.f(), 2, &info), TMX_ERR_INDEX);
-
+  // Nor are there pictures or links.
   const TMXFrameInfo none{};
   EXPECT_EQ(TMXGetImageInfo(b.f(), 0, &info), TMX_OK);
   EXPECT_EQ(std::memcmp(&info, &none, sizeof info), 0);
@@ -158,9 +133,9 @@ TEST(LegacyFrames, ChaptersHaveNoTextAndThereAreNoSideTracks) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST(LegacyFrames, ABrokenLaterSegmentStopsTheReaderInPlace) {
+TEST(LegacyFrames, ABrokenLaterSegmentOrAFailedTableGrowthStopsTheReaderInPlace) {
   LegacyLayout l;
-  const ByteVec good = Write(Segmented(6, {19}), &l);
+  const ByteVec good = Write(Programme(20, writer::kLegacyCodecSpeech8, {19}), &l);
   const std::uint32_t third = l.records[10].offset + 2 * (8 + kFrame);
   const struct {
     const char* what;
@@ -187,10 +162,8 @@ TEST(LegacyFrames, ABrokenLaterSegmentStopsTheReaderInPlace) {
     EXPECT_EQ(TMXSeek(b.f(), 18), TMX_OK);
     EXPECT_EQ(b.Read(), Frame(1));
   }
-}
 
-TEST(LegacyFrames, AFailureToGrowTheSegmentTableLeavesTheReaderInPlace) {
-  Book b(Write(Segmented(20, {19})));
+  Book b(good);
   for (std::uint32_t i = 0; i < 7; ++i) b.Read();
   // Frame 7 ends with the eighth segment; the ninth needs a larger table.
   tmx::testing::FailAllocation(1);
@@ -210,8 +183,7 @@ TEST(LegacyFrames, AFailureToGrowTheSegmentTableLeavesTheReaderInPlace) {
 struct FakeCodec {
   static inline int creates = 0, destroys = 0, decodes = 0;
   static inline std::uint32_t failAt = 0xFFFF, configLength = 99;
-  static std::int32_t Create(void** slot, const std::uint8_t*, std::uint32_t length,
-                             const Codec*) {
+  static std::int32_t Create(void** slot, const std::uint8_t*, std::uint32_t length, const Codec*) {
     ++creates;
     configLength = length;
     *slot = &creates;
@@ -236,11 +208,7 @@ struct FakeCodec {
 const Codec kFake = {FakeCodec::Create, FakeCodec::Destroy, FakeCodec::Reset, FakeCodec::Decode};
 
 TEST(LegacyDecode, DecodesTheWholeBlocksThatFitTheBuffer) {
-  ByteVec input;
-  for (std::uint32_t i = 0; i < 3; ++i) {
-    const ByteVec frame = Frame(i);
-    input.insert(input.end(), frame.begin(), frame.end());
-  }
+  const ByteVec input = ::tmx::test::Concat({Frame(0), Frame(1), Frame(2)});
   std::vector<std::int16_t> pcm(1000, -1);
   std::uint32_t length = 0;
   {
@@ -278,6 +246,34 @@ TEST(LegacyDecode, DecodesTheWholeBlocksThatFitTheBuffer) {
   const ByteVec frame = mp3.Read();
   EXPECT_EQ(TMXDecodePCMFrame(mp3.f(), frame.data(), 104, pcm.data(), 2000, &length),
             TMX_ERR_NO_DECODER);
+}
+
+TEST(LegacyDamage, ChangedBytesAreSurvived) {
+  LegacyProgramme p = Programme(30);
+  p.chapters = {{10, 2}, {15, 0}, {5, 1}};
+  p.segmentSizes = {50, 7, 0, 100};
+  p.cover = {0xFF, 0xD8, 1, 2, 3, 0xFF, 0xD9};
+  LegacyLayout layout;
+  const ByteVec good = Write(p, &layout);
+  // Everything but the frames' own bytes: header, table and records.
+  const std::uint32_t structure = layout.records[10].offset + 8;
+  const std::int64_t live = tmx::testing::LiveAllocations();
+  std::mt19937 random(20240601);
+  int opened = 0;
+  for (int round = 0; round < 3000; ++round) {
+    ByteVec bytes = good;
+    const int changes = 1 + int(random() % 4);
+    for (int i = 0; i < changes; ++i) {
+      const std::uint32_t at = random() % (i == 0 ? structure : std::uint32_t(bytes.size()));
+      bytes[at] = std::uint8_t(random() % 3 == 0 ? 0xFF : random());
+    }
+    Book b(bytes, round % 2 == 0);
+    if (b.rc() != TMX_OK) continue;
+    ++opened;
+    tmx::fuzz::ExerciseProgramme(b.f());
+  }
+  EXPECT_GT(opened, 1000);
+  EXPECT_EQ(tmx::testing::LiveAllocations(), live);
 }
 
 }  // namespace
