@@ -16,3 +16,7 @@ install_missing() {
 BUILD_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev binutils libgtest-dev libbenchmark-dev ffmpeg)
 # What scripts/coverage needs besides the build packages.
 COVERAGE_PACKAGES=(gcovr)
+# What the foreign legs of scripts/test need: cross compilers, qemu-user and
+# wine (GoogleTest is built from libgtest-dev's sources).
+FOREIGN_PACKAGES=(g++-arm-linux-gnueabihf g++-s390x-linux-gnu g++-mingw-w64-x86-64 g++-mingw-w64-i686
+  qemu-user wine64)

@@ -10,6 +10,22 @@
 #include <cstring>
 #include <cwchar>
 
+#ifdef _WIN32
+#include <windows.h>
+
+// Windows has no close-on-exec flag, and opens files in text mode unless told.
+constexpr int kOpenFlags = O_BINARY;
+constexpr char kSeparators[] = "/\\";
+// Unlike POSIX rename, the Windows one refuses an existing target.
+static int MoveOver(const char* from, const char* to) {
+  return MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING) ? 0 : (errno = EACCES, -1);
+}
+#else
+constexpr char kSeparators[] = "/";
+static int MoveOver(const char* from, const char* to) { return std::rename(from, to); }
+constexpr int kOpenFlags = O_CLOEXEC;
+#endif
+
 namespace tmxtool {
 
 const char* ResultMeaning(std::int32_t rc) {
@@ -219,14 +235,14 @@ bool OutputFile::Create(const std::string& target) {
   }
   // A hidden name beside the target, so that the rename stays within one
   // file system; O_EXCL never takes over a file that is already there.
-  const std::size_t slash = target.rfind('/');
+  const std::size_t slash = target.find_last_of(kSeparators);
   const std::string folder = slash == std::string::npos ? "" : target.substr(0, slash + 1);
   const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
   int error = 0;
   for (int attempt = 0; attempt < 100; ++attempt) {
     temporary_ = folder + "." + name + ".tmxtool-" + std::to_string(::getpid()) + "-" +
                  std::to_string(attempt);
-    const int fd = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    const int fd = ::open(temporary_.c_str(), O_RDWR | O_CREAT | O_EXCL | kOpenFlags, 0666);
     if (fd >= 0) {
       file_ = ::fdopen(fd, "w+b");
       if (file_) return true;
@@ -255,7 +271,7 @@ bool OutputFile::Commit() {
       return false;
     }
   }
-  if (std::rename(temporary_.c_str(), target_.c_str()) != 0) {
+  if (MoveOver(temporary_.c_str(), target_.c_str()) != 0) {
     Fail(target_, "cannot be replaced: " + SystemError(errno));
     return false;
   }

@@ -46,6 +46,14 @@ void WavHeader(std::uint8_t* h, std::uint32_t rate, std::uint32_t channels, std:
   Put32(h + 40, bytes);
 }
 
+// Writes `count` samples as WAV wants them, little-endian whatever the
+// machine's own order.
+void WriteSamples(std::FILE* out, const std::int16_t* pcm, std::uint32_t count) {
+  std::uint8_t bytes[2 * 2048];
+  for (std::uint32_t i = 0; i < count; ++i) Put16(bytes + 2 * i, std::uint16_t(pcm[i]));
+  std::fwrite(bytes, 2, count, out);
+}
+
 // A progress bar on a terminal; nothing when the output goes elsewhere.
 class Progress {
  public:
@@ -89,7 +97,7 @@ int DecodeSpeech(TMXFile* file, const char* name, const char* output, std::uint3
   while ((rc = TMXGetEncodedAudio(file, packet, sizeof packet, &length)) == TMX_OK) {
     std::uint32_t produced = 0;
     if (TMXDecodePCMFrame(file, packet, length, pcm, sizeof pcm, &produced) != TMX_OK) continue;
-    std::fwrite(pcm, 1, produced, out);
+    WriteSamples(out, pcm, produced / 2);
     dataBytes += produced;
     ++packets;
     std::uint32_t ms = 0;
@@ -157,7 +165,7 @@ int Decode(int argc, char** argv) {
       ++skipped;
     }
     dataBytes += samples * 2;
-    std::fwrite(pcm, 2, samples, out);
+    WriteSamples(out, pcm, samples);
     ++frames;
     std::uint32_t ms = 0;
     TMXGetPlaybackPosition(p.get(), &ms);

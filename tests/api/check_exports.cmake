@@ -1,6 +1,7 @@
 # Compares the shared library's exported functions with the C header's list,
 # and its exported C++ symbols with the members the class header declares.
 # Usage: cmake -DLIBRARY=... -DHEADER=... -DCLASS_HEADER=... -DNM=... -P check_exports.cmake
+# or, for a DLL, -DOBJDUMP=... -DCXXFILT=... instead of -DNM.
 file(STRINGS "${HEADER}" decls REGEX "^TMX_API ")
 set(declared "")
 foreach(d IN LISTS decls)
@@ -19,10 +20,27 @@ endforeach()
 list(REMOVE_DUPLICATES class_declared)
 list(SORT class_declared)
 
-execute_process(COMMAND "${NM}" -D --defined-only -C "${LIBRARY}"
-  OUTPUT_VARIABLE nm_out RESULT_VARIABLE nm_rc)
-if(NOT nm_rc EQUAL 0)
-  message(FATAL_ERROR "nm failed on ${LIBRARY}")
+# The exported names, one a line, C++ names demangled: from the dynamic
+# symbol table, or on Windows from the DLL's export table (objdump -p).
+if(OBJDUMP)
+  execute_process(COMMAND "${OBJDUMP}" -p "${LIBRARY}" OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "objdump failed on ${LIBRARY}")
+  endif()
+  string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(([ \t]+\\[[^\n]*\n)*)" table "${dump}")
+  string(REGEX MATCHALL "[^ \t\n]+\n" names "${CMAKE_MATCH_1}")
+  string(REPLACE "\n" "" names "${names}")
+  execute_process(COMMAND "${CXXFILT}" ${names} OUTPUT_VARIABLE nm_out RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "c++filt failed")
+  endif()
+  string(REGEX REPLACE "([^\n]+)" "0 T \\1" nm_out "${nm_out}")
+else()
+  execute_process(COMMAND "${NM}" -D --defined-only -C "${LIBRARY}"
+    OUTPUT_VARIABLE nm_out RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "nm failed on ${LIBRARY}")
+  endif()
 endif()
 string(REPLACE "\n" ";" lines "${nm_out}")
 set(exported "")

@@ -249,10 +249,15 @@ TEST_F(FileStreamTest, PathLimitAndAllocationFailure) {
 }
 
 TEST_F(FileStreamTest, NonAsciiPathsAreConvertedForTheSystem) {
+  std::wstring wide = dir_.path().wstring() + L"/H\u00f6rbuch \u6545.tmx";
+#ifdef _WIN32
+  // Named in UTF-16 on disk, as the wide path says.
+  std::ofstream(std::filesystem::path(wide), std::ios::binary) << "12345";
+#else
   // Named in UTF-8 on disk, handed to the library as wide characters.
   std::ofstream(dir_.path().string() + "/H\xC3\xB6rbuch \xE6\x95\x85.tmx", std::ios::binary)
       << "12345";
-  std::wstring wide = dir_.path().wstring() + L"/H\u00f6rbuch \u6545.tmx";
+#endif
   TMXStream* s = MakeFileStream(wide.c_str(), false);
   ASSERT_NE(s, nullptr);
   ASSERT_EQ(s->ops->Open(s, TMX_STREAM_READ), TMX_OK);

@@ -1,16 +1,24 @@
 #include "support/run_tool.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <memory>
 
+#ifdef _WIN32
+#include <windows.h>
+
+#include <algorithm>
+#include <filesystem>
+#else
+#include <spawn.h>
+#include <sys/wait.h>
+
 extern char** environ;
+#endif
 
 namespace tmx::test {
 namespace {
 
+#ifndef _WIN32
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 std::string ReadAll(std::FILE* f) {
@@ -21,8 +29,63 @@ std::string ReadAll(std::FILE* f) {
   return text;
 }
 
+#endif
+
 }  // namespace
 
+#ifdef _WIN32
+// The program gets its own console's standard handles, redirected to two
+// temporary files and the null device. Single quotes become double quotes,
+// which is all the quoting the tests' command lines use.
+ToolRun RunTool(const std::string& program, const std::string& arguments) {
+  ToolRun run;
+  SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+  char dir[MAX_PATH + 1], outName[MAX_PATH + 1], errName[MAX_PATH + 1];
+  if (!GetTempPathA(sizeof dir, dir) || !GetTempFileNameA(dir, "out", 0, outName) ||
+      !GetTempFileNameA(dir, "err", 0, errName))
+    return run;
+  auto open = [&](const char* name, DWORD access, DWORD disposition) {
+    return CreateFileA(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, disposition,
+                       FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+  };
+  HANDLE in = CreateFileA("NUL", GENERIC_READ, 0, &inherit, OPEN_EXISTING, 0, nullptr);
+  HANDLE out = open(outName, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
+  HANDLE err = open(errName, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
+  std::string command =
+      "\"" + std::filesystem::path(program).make_preferred().string() + "\" " + arguments;
+  std::replace(command.begin(), command.end(), '\'', '"');
+  STARTUPINFOA startup{};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = in;
+  startup.hStdOutput = out;
+  startup.hStdError = err;
+  PROCESS_INFORMATION process{};
+  if (in != INVALID_HANDLE_VALUE && out != INVALID_HANDLE_VALUE && err != INVALID_HANDLE_VALUE &&
+      CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                     &process)) {
+    WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD status = 0;
+    GetExitCodeProcess(process.hProcess, &status);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    run.status = int(status);
+    auto readAll = [](HANDLE h) {
+      std::string text;
+      SetFilePointer(h, 0, nullptr, FILE_BEGIN);
+      char buffer[4096];
+      for (DWORD n; ReadFile(h, buffer, sizeof buffer, &n, nullptr) && n > 0;)
+        text.append(buffer, n);
+      return text;
+    };
+    run.out = readAll(out);
+    run.err = readAll(err);
+  }
+  for (HANDLE h : {in, out, err})
+    if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
+  return run;
+}
+#else
 ToolRun RunTool(const std::string& program, const std::string& arguments) {
   File out(std::tmpfile(), std::fclose), err(std::tmpfile(), std::fclose);
   ToolRun run;
@@ -44,5 +107,6 @@ ToolRun RunTool(const std::string& program, const std::string& arguments) {
   run.err = ReadAll(err.get());
   return run;
 }
+#endif
 
 }  // namespace tmx::test

@@ -15,6 +15,16 @@ inline std::vector<std::uint8_t> ReadFileBytes(const std::filesystem::path& path
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
+// FNV-1a over samples as little-endian bytes: the same samples give the same
+// digest on every machine, whatever its byte order.
+inline std::uint64_t PcmDigest(const std::vector<std::int16_t>& pcm) {
+  std::uint64_t h = 14695981039346656037ull;
+  for (const std::int16_t s : pcm)
+    for (const unsigned byte : {unsigned(std::uint16_t(s) & 0xFF), unsigned(std::uint16_t(s) >> 8)})
+      h = (h ^ byte) * 1099511628211ull;
+  return h;
+}
+
 inline std::string ReadFileText(const std::filesystem::path& path) {
   const std::vector<std::uint8_t> b = ReadFileBytes(path);
   return std::string(b.begin(), b.end());

@@ -4,6 +4,7 @@
 // they return zeros and mark the reader as overrun.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -51,7 +52,9 @@ class BitReader {
     if (byte >= kBitBufferBytes) byte -= kBitBufferBytes;
     std::uint64_t w;
     std::memcpy(&w, ring_ + byte, 8);
-    w = __builtin_bswap64(w) << (abs & 7u);
+    // The frame's bytes in reading order: most significant first.
+    if constexpr (std::endian::native == std::endian::little) w = __builtin_bswap64(w);
+    w <<= abs & 7u;
     const std::uint32_t left = bits_ - pos_;
     if (left < 64) w &= ~(~std::uint64_t{0} >> left);  // zeros past the frame
     return w;

@@ -140,7 +140,7 @@ std::uint32_t OrMagnitudes(const std::int32_t* line, int count) noexcept {
 }  // namespace
 
 void Dequantize(const ChannelStream& cs, std::int32_t* coef) noexcept {
-  const bool avx2 = UseAvx2();
+  [[maybe_unused]] const bool avx2 = UseAvx2();  // always false off x86-64
   const IcsInfo& ics = cs.ics;
   int window = 0;
   for (int g = 0; g < ics.numGroups; ++g) {
