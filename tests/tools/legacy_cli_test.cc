@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numbers>
 #include <string>
 
 #include "support/run_tool.h"
@@ -41,7 +42,7 @@ void WriteWav(const std::string& path, std::uint32_t rate, double seconds) {
   double phase = 0;
   for (std::uint32_t i = 0; i < n; ++i) {
     const double f0 = 120 + 60 * double(i) / n;
-    phase += 2 * M_PI * f0 / rate;
+    phase += 2 * std::numbers::pi * f0 / rate;
     double s = 0;
     for (int h = 1; h <= 12; ++h) s += std::sin(h * phase) / h * (h == 3 || h == 6 ? 2 : 1);
     Put(b, std::uint32_t(std::int16_t(3000 * s)), 2);

@@ -3,6 +3,9 @@
 # Usage: cmake -DTOOL=tmxtool -DRUNNER=emulator|args -DSAMPLE=sample.tmx -DOUT=out.wav
 #              -DEXPECTED=sha256 -P sample_decode.cmake
 string(REPLACE "|" ";" runner "${RUNNER}")
+# Removed first: tmxtool on Windows takes any existing output for its input
+# (no inode numbers there).
+file(REMOVE "${OUT}")
 execute_process(COMMAND ${runner} "${TOOL}" decode "${SAMPLE}" -o "${OUT}"
   RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 if(NOT rc EQUAL 0)
