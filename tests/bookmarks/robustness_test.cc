@@ -1,9 +1,8 @@
-// Long random edit sequences checked against a model, every failing write
-// and allocation of each edit, and malformed or corrupted lists.
+// Long random edit sequences checked against a model, a failed time array,
+// and malformed or corrupted lists.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <random>
 
 #include "bookmarks/bookmark_support.h"
@@ -137,97 +136,6 @@ void Prepare(Session& s) {
   ASSERT_EQ(TMXAddBookmarkMetadata(f, 1, kKeyNote, kBytes, 150), TMX_OK);
   ASSERT_EQ(TMXAddBookmarkMetadata(f, 2, kKeyAlias, kBytes, 90), TMX_OK);
   ASSERT_EQ(TMXAddBookmarkListMetadata(f, kKeyTitle, "title", 5), TMX_OK);
-}
-
-// The edits failures are injected into; `prepared` runs them on Prepare's list.
-struct Edit {
-  const char* name;
-  bool prepared;
-  std::function<std::int32_t(Session&)> run;
-};
-const Edit kEdits[] = {
-    {"init", false, [](Session& s) { return TMXInitBookmarkList(s.f(), s.position().stream()); }},
-    {"open", true, [](Session& s) { return TMXOpenBookmarkList(s.f(), s.position().stream()); }},
-    {"add", true,
-     [](Session& s) {
-       std::uint32_t i = 0;
-       return TMXAddBookmark(s.f(), 20000, &i);
-     }},
-    {"delete first", true, [](Session& s) { return TMXDeleteBookmark(s.f(), 0); }},
-    {"delete last", true, [](Session& s) { return TMXDeleteBookmark(s.f(), 2); }},
-    {"list item", true,
-     [](Session& s) { return TMXAddBookmarkListMetadata(s.f(), kKeyAlias, kBytes, 200); }},
-    {"bookmark item", true,
-     [](Session& s) { return TMXAddBookmarkMetadata(s.f(), 0, kKeyCover, kBytes, 200); }},
-    {"replaced item", true,
-     [](Session& s) { return TMXAddBookmarkMetadata(s.f(), 1, kKeyNote, kBytes, 20); }},
-    {"deleted item", true,
-     [](Session& s) { return TMXDeleteBookmarkMetadata(s.f(), 1, kKeyNote); }},
-    {"text", true,
-     [](Session& s) {
-       std::uint8_t out[256];
-       return TMXGetBookmarkMetadata(s.f(), 1, kKeyNote, out, sizeof out);
-     }},
-};
-
-// After a failure every function still answers with a code.
-void Probe(Session& s) {
-  TMXFile* f = s.f();
-  if (TMXOpenBookmarkList(f, s.position().stream()) != TMX_OK) return;
-  std::uint32_t count = 0, size = 0;
-  std::uint8_t out[512];
-  TMXGetBookmarkCount(f, &count);
-  for (std::uint32_t i = 0; i < count; ++i) {
-    TMXGetBookmarkInfo(f, i, kKeyNote, 0, &size);
-    TMXGetBookmarkMetadata(f, i, kKeyNote, out, sizeof out);
-  }
-  TMXGetBookmarkListMetadata(f, kKeyTitle, out, sizeof out);
-  TMXAddBookmark(f, 30000, &size);
-}
-
-// Runs every edit with its k-th write (or allocation) failing, for k = 1, 2,
-// ... until the edit gets through.
-TEST(Failures, EveryWriteAndEveryAllocationOfEveryEdit) {
-  ProgrammeBytes(kPid);
-  for (bool allocation : {false, true}) {
-    for (const Edit& e : kEdits) {
-      for (int k = 1;; ++k) {
-        SCOPED_TRACE(std::string(e.name) + (allocation ? ", allocation " : ", write ") +
-                     std::to_string(k));
-        ASSERT_LT(k, 100);
-        const std::int64_t live = tmx::testing::LiveAllocations();
-        bool failed = false;
-        {
-          Session s(ProgrammeBytes(kPid));
-          if (e.prepared) {
-            ASSERT_NO_FATAL_FAILURE(Prepare(s));
-          }
-          const std::uint64_t allocations = tmx::testing::AllocationCount();
-          const int writes = s.position().writes();
-          if (allocation) tmx::testing::FailAllocation(k);
-          if (!allocation) s.position().fail_write(k);
-          const std::int32_t rc = e.run(s);
-          tmx::testing::FailAllocation(0);
-          s.position().fail_write(0);
-          failed = allocation ? tmx::testing::AllocationCount() - allocations >= std::uint64_t(k)
-                              : s.position().writes() - writes >= k;
-          // Deleting a bookmark shrinks the time array, and a failed
-          // shrink is harmless.
-          const bool shrinks = std::string(e.name).rfind("delete ", 0) == 0;
-          if (!failed || (allocation && rc == TMX_OK && shrinks)) {
-            EXPECT_EQ(rc, TMX_OK);
-          } else {
-            EXPECT_EQ(rc, allocation ? TMX_ERR_MEMORY : TMX_ERR_WRITE);
-          }
-          Probe(s);
-          s.Close();
-          EXPECT_EQ(s.programme().data(), ProgrammeBytes(kPid));
-        }
-        EXPECT_EQ(tmx::testing::LiveAllocations(), live);
-        if (!failed) break;
-      }
-    }
-  }
 }
 
 TEST(Failures, AFailedTimeArrayClosesTheList) {
