@@ -125,12 +125,12 @@ std::int32_t ListEditor::ShiftForward(const Atom& a, std::uint32_t gap) noexcept
   } else if (a.size + kAtomHeaderSize > gap) {
     // The copy overlaps the atom: hidden in one free atom meanwhile.
     TMX_RETURN_IF_ERROR(WriteHeader(to, gap + a.size, kFree));
-    TMX_RETURN_IF_ERROR(MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize,
-                                  a.size - kAtomHeaderSize));
+    TMX_RETURN_IF_ERROR(
+        MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize, a.size - kAtomHeaderSize));
   } else {
     // The copy fits in the gap, in front of the gap's new header.
-    TMX_RETURN_IF_ERROR(MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize,
-                                  a.size - kAtomHeaderSize));
+    TMX_RETURN_IF_ERROR(
+        MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize, a.size - kAtomHeaderSize));
   }
   TMX_RETURN_IF_ERROR(WriteHeader(to + a.size, gap, kFree));
   return WriteHeader(to, a.size, a.type);
@@ -139,7 +139,8 @@ std::int32_t ListEditor::ShiftForward(const Atom& a, std::uint32_t gap) noexcept
 std::int32_t ListEditor::ShiftBack(const Atom& a, std::uint32_t gap, bool last) noexcept {
   const std::uint32_t to = a.pos + gap;
   // Behind the trailing free atom's new header the rest stays free.
-  if (last) TMX_RETURN_IF_ERROR(WriteHeader(a.end() + gap, layout_.range.end - a.end() - gap, kFree));
+  if (last)
+    TMX_RETURN_IF_ERROR(WriteHeader(a.end() + gap, layout_.range.end - a.end() - gap, kFree));
   // An atom whose copy overlaps it is hidden in one free atom meanwhile.
   // Its type turns "free" before its size changes, so that it never claims
   // bytes that are not its own.
@@ -149,8 +150,8 @@ std::int32_t ListEditor::ShiftBack(const Atom& a, std::uint32_t gap, bool last) 
     TMX_RETURN_IF_ERROR(WriteWord(a.pos, a.size + gap));
   }
   if (!IsFree(a.type))
-    TMX_RETURN_IF_ERROR(MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize,
-                                  a.size - kAtomHeaderSize));
+    TMX_RETURN_IF_ERROR(
+        MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize, a.size - kAtomHeaderSize));
   TMX_RETURN_IF_ERROR(WriteHeader(to, a.size, a.type));
   if (!hide) TMX_RETURN_IF_ERROR(WriteWord(a.pos + 4, kFree));
   return WriteWord(a.pos, gap);
@@ -323,9 +324,8 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
       behind.reset(AllocArray<std::uint32_t>(count));
       if (!behind) return TMX_ERR_MEMORY;
       std::uint32_t i = 0;
-      TMX_RETURN_IF_ERROR(ForEachAtom(s_, between, [&](const Atom& a) {
-        return behind.get()[i++] = a.pos, 0;
-      }));
+      TMX_RETURN_IF_ERROR(
+          ForEachAtom(s_, between, [&](const Atom& a) { return behind.get()[i++] = a.pos, 0; }));
     }
   }
 
@@ -336,8 +336,8 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
     } else {
       TMX_RETURN_IF_ERROR(JoinFree(tail.pos, tail.size, tail.first));
     }
-    TMX_RETURN_IF_ERROR(GrowContainer(container, grow, {behind.get(), behind ? count : 0},
-                                      tail.pos));
+    TMX_RETURN_IF_ERROR(
+        GrowContainer(container, grow, {behind.get(), behind ? count : 0}, tail.pos));
     grown.size += grow;
     if (room.size == 0) room.first = grow;
     room.size += grow;

@@ -60,12 +60,12 @@ class ListEditor {
  private:
   // Room for an atom of `need` bytes (its own size plus a "free" header).
   struct Space {
-    bool fits = false;       // a "free" atom with room was found
-    bool reuses = false;     // the room holds an item of type `freed`
-    std::uint32_t pos = 0;   // where the new atom goes
-    std::uint32_t size = 0;  // free bytes there; may be short of `need`
-    std::uint32_t first = 0;  // size of the atom at `pos` (0: none there)
-    std::uint32_t tail = 0;  // start of the free space at the end of the range
+    bool fits = false;         // a "free" atom with room was found
+    bool reuses = false;       // the room holds an item of type `freed`
+    std::uint32_t pos = 0;     // where the new atom goes
+    std::uint32_t size = 0;    // free bytes there; may be short of `need`
+    std::uint32_t first = 0;   // size of the atom at `pos` (0: none there)
+    std::uint32_t tail = 0;    // start of the free space at the end of the range
     std::uint32_t parsed = 0;  // end of the last whole atom of the range
   };
   // The first "free" atom (or item of type `freed`) with `need` bytes;

@@ -33,12 +33,6 @@ struct Content {
   std::uint32_t seconds = 0;
   bool operator==(const Content&) const = default;
 };
-void PrintTo(const Content& c, std::ostream* os) {
-  *os << c.seconds << " s, times";
-  for (std::uint32_t t : c.times) *os << " " << t;
-  for (const auto& [k, v] : c.items) *os << ", " << int(k.first) << "/" << k.second << ": " << v;
-}
-
 // Renumbers the items of the bookmarks from `from` on by `by`.
 void Renumber(Content& c, std::uint32_t from, int by) {
   std::map<std::pair<std::uint32_t, std::uint32_t>, std::string> items;
@@ -54,14 +48,10 @@ void DropBookmark(Content& c, std::uint32_t i) {
 
 // `c` is `ref` less one bookmark or one item.
 bool OneShort(const Content& c, const Content& ref) {
-  for (std::uint32_t i = 0; i < ref.times.size(); ++i) {
+  for (std::size_t i = 0; i < ref.times.size() + ref.items.size(); ++i) {
     Content r = ref;
-    DropBookmark(r, i);
-    if (c == r) return true;
-  }
-  for (const auto& [key, value] : ref.items) {
-    Content r = ref;
-    r.items.erase(key);
+    if (i < ref.times.size()) DropBookmark(r, std::uint32_t(i));
+    if (i >= ref.times.size()) r.items.erase(std::next(r.items.begin(), i - ref.times.size()));
     if (c == r) return true;
   }
   return false;
@@ -88,49 +78,26 @@ Content Read(const ByteVec& bytes, std::uint32_t frames = 1300) {
   std::uint32_t ms = 0, count = 0, size = 0;
   EXPECT_EQ(TMXGetPlaybackPosition(f, &ms), TMX_OK);
   c.seconds = (ms + 500) / 1000;
-  const std::int32_t rc = TMXOpenBookmarkList(f, s.position().stream());
-  EXPECT_EQ(rc, TMX_OK);
-  if (rc != TMX_OK) return c;
+  EXPECT_EQ(TMXOpenBookmarkList(f, s.position().stream()), TMX_OK);
   EXPECT_EQ(TMXGetBookmarkCount(f, &count), TMX_OK);
   c.times.resize(count);
-  for (std::uint32_t i = 0; i < count; ++i)
-    EXPECT_EQ(TMXGetBookmarkTimeStamp(f, i, &c.times[i]), TMX_OK);
   for (std::uint32_t i = 0; i <= count; ++i) {
     const std::uint32_t at = i < count ? i : kList;
+    EXPECT_EQ(at == kList ? TMX_OK : TMXGetBookmarkTimeStamp(f, i, &c.times[i]), TMX_OK);
     for (std::uint32_t key : kKeys) {
       const std::int32_t found = at == kList ? TMXGetBookmarkListInfo(f, key, 0, &size)
                                              : TMXGetBookmarkInfo(f, at, key, 0, &size);
       if (found == TMX_ERR_NOT_FOUND) continue;
       EXPECT_EQ(found, TMX_OK);
-      std::vector<std::uint8_t> out(size + 1);
-      EXPECT_EQ(at == kList ? TMXGetBookmarkListMetadata(f, key, out.data(), size + 1)
-                            : TMXGetBookmarkMetadata(f, at, key, out.data(), size + 1),
+      std::vector<char> out(size + 1);
+      const auto bytes = reinterpret_cast<std::uint8_t*>(out.data());
+      EXPECT_EQ(at == kList ? TMXGetBookmarkListMetadata(f, key, bytes, size + 1)
+                            : TMXGetBookmarkMetadata(f, at, key, bytes, size + 1),
                 TMX_OK);
+      // Pictures and aliases come back as stored, text up to its zero.
       const bool raw = key == kKeyCover || key == kKeyAlias;
-      c.items[{at, key}] = raw ? std::string(out.begin(), out.end() - 1)
-                               : std::string(reinterpret_cast<const char*>(out.data()));
+      c.items[{at, key}] = raw ? std::string(out.begin(), out.end() - 1) : std::string(out.data());
     }
-  }
-  return c;
-}
-
-// The list as its bytes hold it, read without the library.
-Content Parsed(const ByteVec& bytes) {
-  const std::pair<std::uint32_t, std::uint32_t> types[] = {
-      {kItemTitle, kKeyTitle}, {FourCC("covr"), kKeyCover}, {FourCC("ausr"), kKeyAlias},
-      {kItemNote, kKeyNote}};
-  ParsedList l = ParseList(bytes);
-  std::stable_sort(l.bookmarks.begin(), l.bookmarks.end(),
-                   [](const auto& a, const auto& b) { return a.time < b.time; });
-  Content c;
-  const auto add = [&](std::uint32_t at, const std::map<std::uint32_t, ByteVec>& items) {
-    for (const auto& [type, key] : types)
-      if (items.count(type)) c.items[{at, key}] = std::string(items.at(type).begin(), items.at(type).end());
-  };
-  add(kList, l.listItems);
-  for (const ParsedBookmark& b : l.bookmarks) {
-    add(std::uint32_t(c.times.size()), b.items);
-    c.times.push_back(b.time);
   }
   return c;
 }
@@ -139,56 +106,38 @@ Content Parsed(const ByteVec& bytes) {
 void RandomStep(std::mt19937& rng, TMXFile* f, Content& m) {
   const auto count = std::uint32_t(m.times.size());
   const std::uint32_t i = count && rng() % 8 ? rng() % count : count + rng() % 3;
-  const std::uint32_t key = kKeys[rng() % 4];
+  const std::uint32_t key = kKeys[rng() % 4], op = rng() % (count > 300 ? 11 : 12);
   std::string value(rng() % 10 ? rng() % 120 : rng() % 1500, 'a');
   for (char& b : value) b = char('a' + rng() % 26);
-  switch (rng() % (count > 300 ? 11 : 12)) {
-    case 0:
-    case 1:
-    case 2:
-    case 11: {
-      const std::uint32_t ms = rng() % 610000, stored = std::min(ms, f->duration);
-      const bool near = std::any_of(m.times.begin(), m.times.end(), [&](std::uint32_t t) {
-        return t <= stored && stored < std::uint64_t(t) + 1000;
-      });
-      std::uint32_t at = 0;
-      ASSERT_EQ(TMXAddBookmark(f, ms, &at), near ? TMX_ERR_DUPLICATE_BOOKMARK : TMX_OK);
-      if (near) return;
-      const auto pos = std::lower_bound(m.times.begin(), m.times.end(), stored);
-      ASSERT_EQ(at, std::uint32_t(pos - m.times.begin()));
-      m.times.insert(pos, stored);
-      Renumber(m, at, 1);
-      return;
-    }
-    case 3:
-    case 4:
-    case 5:
-      ASSERT_EQ(TMXDeleteBookmark(f, i), i < count ? TMX_OK : TMX_ERR_INDEX);
-      if (i < count) DropBookmark(m, i);
-      return;
-    case 6:
-    case 7:
-      ASSERT_EQ(Put(f, i, key, value), i < count ? TMX_OK : TMX_ERR_INDEX);
-      if (i < count) m.items[{i, key}] = value;
-      return;
-    case 8: {
-      const bool has = i < count && m.items.erase({i, key});
-      ASSERT_EQ(TMXDeleteBookmarkMetadata(f, i, key), i >= count ? TMX_ERR_INDEX
-                                                      : has      ? TMX_OK
-                                                                 : TMX_ERR_NOT_FOUND);
-      return;
-    }
-    case 9:
-      ASSERT_EQ(Put(f, kList, key, value), TMX_OK);
-      m.items[{kList, key}] = value;
-      return;
-    default:
-      ASSERT_EQ(TMXDeleteBookmarkListMetadata(f, key),
-                m.items.erase({kList, key}) ? TMX_OK : TMX_ERR_NOT_FOUND);
+  const std::uint32_t at = op == 9 || op == 10 ? kList : i;  // the container of items
+  const bool exists = at == kList || i < count;
+  if (op < 3 || op == 11) {
+    const std::uint32_t ms = rng() % 610000, stored = std::min(ms, f->duration);
+    const bool near = std::any_of(m.times.begin(), m.times.end(), [&](std::uint32_t t) {
+      return t <= stored && stored < std::uint64_t(t) + 1000;
+    });
+    std::uint32_t index = 0;
+    ASSERT_EQ(TMXAddBookmark(f, ms, &index), near ? TMX_ERR_DUPLICATE_BOOKMARK : TMX_OK);
+    if (near) return;
+    const auto pos = std::lower_bound(m.times.begin(), m.times.end(), stored);
+    ASSERT_EQ(index, std::uint32_t(pos - m.times.begin()));
+    m.times.insert(pos, stored);
+    Renumber(m, index, 1);
+  } else if (op < 6) {
+    ASSERT_EQ(TMXDeleteBookmark(f, i), exists ? TMX_OK : TMX_ERR_INDEX);
+    if (exists) DropBookmark(m, i);
+  } else if (op < 8 || op == 9) {
+    ASSERT_EQ(Put(f, at, key, value), exists ? TMX_OK : TMX_ERR_INDEX);
+    if (exists) m.items[{at, key}] = value;
+  } else {
+    const bool has = exists && m.items.erase({at, key});
+    const std::int32_t rc = at == kList ? TMXDeleteBookmarkListMetadata(f, key)
+                                        : TMXDeleteBookmarkMetadata(f, i, key);
+    ASSERT_EQ(rc, !exists ? TMX_ERR_INDEX : has ? TMX_OK : TMX_ERR_NOT_FOUND);
   }
 }
 
-// Checked after every step in the bytes, now and then through the library.
+// The layout is checked after every step, the content now and then.
 TEST(RandomEdits, KeepTheListEqualToAModel) {
   for (std::uint32_t bufferSize : {64u, 1024u}) {
     Session s(ProgrammeBytes(kPid, 13000));  // ten minutes: hundreds of bookmarks
@@ -199,8 +148,8 @@ TEST(RandomEdits, KeepTheListEqualToAModel) {
     for (int step = 0; step < 3000; ++step) {
       SCOPED_TRACE("step " + std::to_string(step));
       ASSERT_NO_FATAL_FAILURE(RandomStep(rng, s.f(), m));
-      ASSERT_EQ(Parsed(s.bytes()), m);
-      if (step % 500 == 499) {
+      ASSERT_EQ(ParseList(s.bytes()).bookmarks.size(), m.times.size());
+      if (step % 100 == 99) {
         ASSERT_EQ(Read(s.bytes(), 13000), m);
       }
     }
@@ -208,7 +157,6 @@ TEST(RandomEdits, KeepTheListEqualToAModel) {
     EXPECT_EQ(s.programme().data(), ProgrammeBytes(kPid, 13000));
   }
 }
-
 
 // Four bookmarks with items and a list title, playback saved at 20 s. The
 // roomy list has lost its last bookmark and has free space behind the
@@ -229,7 +177,8 @@ Prepared Prepare(bool roomy) {
     EXPECT_EQ(TMXAddBookmark(f, t, &index), TMX_OK);
     p.model.times.push_back(t);
   }
-  for (auto [at, key] : {std::pair{1u, kKeyNote}, {2u, kKeyAlias}, {kList, kKeyTitle}, {3u, kKeyCover}}) {
+  for (auto [at, key] : {std::pair{1u, kKeyNote}, {2u, kKeyAlias}, {kList, kKeyTitle},
+                         {3u, kKeyCover}}) {
     const std::string v = Letters(at == kList ? 12 : 60 + 30 * at, char('a' + at % 5));
     EXPECT_EQ(Put(f, at, key, v), TMX_OK);
     p.model.items[{at, key}] = v;
@@ -318,7 +267,8 @@ struct Outcome {
   std::int32_t rc = 0;
   bool reached = false;  // the fault was met
   ByteVec bytes;         // what storage holds afterwards
-  std::vector<int> writes;
+  std::vector<int> writes;  // their sizes
+  std::int64_t count = -1;  // bookmarks of the list left open; -1: closed
 };
 
 Outcome RunEdit(const Prepared& p, const Edit& e, Fault fault, long k) {
@@ -340,11 +290,13 @@ Outcome RunEdit(const Prepared& p, const Edit& e, Fault fault, long k) {
     o.rc = e.run(f);
     tmx::testing::FailAllocation(0);
     m.fail_write(0);
-    o.reached = fault == Fault::kPower ||
-                (fault == Fault::kWrite ? m.writes() - writes >= k
-                                        : tmx::testing::AllocationCount() - made >= std::uint64_t(k));
+    const std::uint64_t allocations = tmx::testing::AllocationCount() - made;
+    o.reached = fault == Fault::kPower || (fault == Fault::kWrite ? m.writes() - writes >= k
+                                                                  : allocations >= std::uint64_t(k));
     o.bytes = fault == Fault::kPower ? m.persisted() : m.data();
     o.writes = m.write_sizes();
+    std::uint32_t n = 0;
+    if (TMXGetBookmarkCount(f, &n) == TMX_OK) o.count = n;
     m.cut_power_after(-1);
     EXPECT_EQ(s.programme().data(), ProgrammeBytes(kPid));
   }
@@ -359,11 +311,15 @@ TEST(CrashSafety, EveryEditReadsBackOldOrNewAfterEachFault) {
     const Prepared& p = prepared[e.roomy];
     Content after = p.model;
     e.apply(after);
-    const auto check = [&](const Outcome& o) {
+    const auto check = [&](const Outcome& o, Fault fault) {
       const Content c = Read(o.bytes);
       EXPECT_TRUE(c == p.model || c == after ||
                   (e.guarantee == kOneShort && (OneShort(c, p.model) || OneShort(c, after))))
           << ::testing::PrintToString(c);
+      // After a failed allocation the list stays open only as it is stored.
+      if (fault == Fault::kAllocation && o.count >= 0) {
+        EXPECT_EQ(o.count, c.times.size());
+      }
     };
     const Outcome clean = RunEdit(p, e, Fault::kPower, LONG_MAX);
     ASSERT_EQ(clean.rc, TMX_OK);
@@ -376,7 +332,7 @@ TEST(CrashSafety, EveryEditReadsBackOldOrNewAfterEachFault) {
         SCOPED_TRACE("power cut at " + std::to_string(at + cut));
         const Outcome o = RunEdit(p, e, Fault::kPower, at + cut);
         EXPECT_EQ(o.rc, TMX_OK);
-        check(o);
+        check(o, Fault::kPower);
       }
       at += n;
     }
@@ -393,47 +349,24 @@ TEST(CrashSafety, EveryEditReadsBackOldOrNewAfterEachFault) {
         } else {
           EXPECT_EQ(o.rc, fault == Fault::kWrite ? TMX_ERR_WRITE : TMX_ERR_MEMORY);
         }
-        check(o);
+        check(o, fault);
         if (!o.reached) break;
       }
     }
   }
 }
 
-TEST(Failures, AFailedTimeArrayClosesTheList) {
-  Session s(ProgrammeBytes(kPid), Prepare(false).bytes);
-  std::uint32_t n = 0;
-  ASSERT_EQ(TMXOpenBookmarkList(s.f(), s.position().stream()), TMX_OK);
-  tmx::testing::FailAllocation(1);
-  EXPECT_EQ(TMXAddBookmark(s.f(), 20000, &n), TMX_ERR_MEMORY);
-  tmx::testing::FailAllocation(0);
-  EXPECT_EQ(TMXGetBookmarkCount(s.f(), &n), TMX_ERR_NO_BOOKMARK_LIST);
-  ASSERT_EQ(TMXOpenBookmarkList(s.f(), s.position().stream()), TMX_OK);
-  EXPECT_EQ(TMXGetBookmarkCount(s.f(), &n), TMX_OK);
-  EXPECT_EQ(n, 5u);  // the bookmark was written before the array failed
-}
-
-
-
 TEST(Malformed, SizesOutsideTheirParentsAreRefusedWithoutWriting) {
   const ByteVec good = Prepare(false).bytes;
   const ParsedList l = ParseList(good);
   const std::uint32_t bm = l.bookmarks.at(1).pos, blst = l.bmet + 12;
   const std::uint32_t moovSize = Be32At(good, l.moov);
+  // A bookmark of 8 bytes has no room for its time.
   const std::tuple<std::uint32_t, std::uint32_t, std::int32_t> cases[] = {
-      {bm, 0, -7},
-      {bm, 7, -7},
-      {bm, 8, -7},  // no room for the time
-      {bm, 0x10000, -7},
-      {bm, 0xFFFFFFFF, -7},
-      {blst, 8, -7},
-      {blst + 12, 3, -7},
-      {blst + 20, 12, -7},
-      {l.bmet, 8, -7},
-      {l.udta, moovSize, -7},
-      {l.moov, moovSize + 1, -7},
-      {l.bmet + 4, FourCC("bmeh"), -25},
-  };
+      {bm, 0, -7},         {bm, 7, -7},          {bm, 8, -7},       {bm, 0x10000, -7},
+      {bm, 0xFFFFFFFF, -7}, {blst, 8, -7},       {blst + 12, 3, -7}, {blst + 20, 12, -7},
+      {l.bmet, 8, -7},     {l.udta, moovSize, -7}, {l.moov, moovSize + 1, -7},
+      {l.bmet + 4, FourCC("bmeh"), -25}};
   for (const auto& [at, value, expected] : cases) {
     ByteVec bad = good;
     Put32(bad, at, value);
@@ -451,19 +384,6 @@ TEST(Malformed, SizesOutsideTheirParentsAreRefusedWithoutWriting) {
   EXPECT_EQ(TMXAddBookmarkMetadata(s.f(), 1, kKeyTitle, kBytes, 100), TMX_ERR_INCONSISTENT);
   EXPECT_EQ(s.bytes(), bad);
   EXPECT_EQ(TMXAddBookmarkMetadata(s.f(), 0, kKeyTitle, kBytes, 100), TMX_OK);
-
-  // Behind "bmet" inside "udta" an atom forbids growth, not other edits.
-  ByteVec skip = good;
-  const ByteVec atom = Atom("skip", ByteVec(4));
-  skip.insert(skip.end(), atom.begin(), atom.end());
-  Put32(skip, l.moov, moovSize + 12);
-  Put32(skip, l.udta, Be32At(good, l.udta) + 12);
-  Session t(ProgrammeBytes(kPid), skip);
-  ASSERT_EQ(TMXOpenBookmarkList(t.f(), t.position().stream()), TMX_OK);
-  EXPECT_EQ(TMXAddBookmark(t.f(), 30000, &size), TMX_ERR_INCONSISTENT);
-  EXPECT_EQ(TMXAddBookmarkListMetadata(t.f(), kKeyAlias, kBytes, 200), TMX_ERR_INCONSISTENT);
-  EXPECT_EQ(t.bytes(), skip);
-  EXPECT_EQ(TMXDeleteBookmark(t.f(), 0), TMX_OK);
 }
 
 // Whatever opens may be edited, and after any edit the list opens again.
