@@ -16,7 +16,9 @@
 // copied, so it is first hidden in a "free" atom, copied, and shown again in
 // its new place: an edit cut short in between lacks that one atom, but the
 // list still reads. Writing a new item over the room of the one it replaces
-// likewise lacks the item in between.
+// likewise lacks the item in between. A container that grows by fewer than
+// 8 bytes has no room for such a "free" atom: the atoms behind it move as
+// one block, and a cut in between can leave the list unreadable.
 //
 // Each edit checks the atoms it walks before it writes its first byte and
 // refuses (-7) a tree it cannot grow without overlapping other atoms.
