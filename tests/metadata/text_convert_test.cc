@@ -68,32 +68,22 @@ void ExpectUntouchedFrom(const Bytes& raw, std::size_t end) {
 std::string Text8(const Bytes& src, std::uint32_t kind, std::uint32_t format,
                   std::uint32_t capacity = 256) {
   const Bytes raw = Raw(src, kind, format, capacity);
-  for (std::size_t i = 0; i < raw.size(); ++i) {
-    if (raw[i] == 0) {
-      ExpectUntouchedFrom(raw, i + 1);
-      return std::string(raw.begin(), raw.begin() + std::ptrdiff_t(i));
-    }
-  }
-  ADD_FAILURE() << "no terminator";
-  return {};
+  const auto end = std::find(raw.begin(), raw.end(), 0);
+  if (end == raw.end()) ADD_FAILURE() << "no terminator";
+  ExpectUntouchedFrom(raw, std::size_t(end - raw.begin()) + 1);
+  return std::string(raw.begin(), end);
 }
 
 // The text written as UTF-16, up to its terminating unit.
 std::u16string Text16(const Bytes& src, std::uint32_t kind, std::uint32_t capacity = 256,
                       std::size_t misalign = 0) {
   const Bytes raw = Raw(src, kind, kFormatUtf16, capacity, misalign);
-  std::u16string out;
-  for (std::size_t i = 0; i + 1 < raw.size(); i += 2) {
-    char16_t u;
-    std::memcpy(&u, &raw[i], 2);
-    if (u == 0) {
-      ExpectUntouchedFrom(raw, i + 2);
-      return out;
-    }
-    out += u;
-  }
-  ADD_FAILURE() << "no terminator";
-  return out;
+  std::u16string units(raw.size() / 2, u'\0');
+  if (!units.empty()) std::memcpy(units.data(), raw.data(), 2 * units.size());
+  const std::size_t end = units.find(u'\0');
+  if (end == std::u16string::npos) ADD_FAILURE() << "no terminator";
+  ExpectUntouchedFrom(raw, 2 * end + 2);
+  return units.substr(0, end);
 }
 
 // Reference encoders, written out independently of the converters.
@@ -191,13 +181,13 @@ TEST(TextConvertSingleByte, DecodesDecimalReferences) {
       {"&#65B", "AB"},
       {"&#65;", "A;"},  // a ';' after the digits is ordinary text
       {"Ana &#38; Bo", "Ana &; Bo"},
-      {"x&#65", "xA"},       // at the end of the span
+      {"x&#65", "xA"},        // at the end of the span
       {"&#233", "\xC3\xA9"},  // ISO 8859-1, UTF-8 encoded on output
       {"&#255", "\xC3\xBF"},
       {"&#321", "A"},  // 321 modulo 256
       {"&#0000000065", "A"},
       {"&#99999999999999999999", "\xC3\xBF"},  // 10^20 - 1 modulo 256 is 255
-      {"a&#0;b", "a"},                          // character 0 ends the text
+      {"a&#0;b", "a"},                         // character 0 ends the text
       {"a&#256;b", "a"},
       {"&#", "&#"},  // no digits: literal
       {"&#;", "&#;"},
