@@ -102,15 +102,6 @@ TEST(Playback, ChaptersAndTheCurrentChapter) {
   EXPECT_EQ(p.file()->reader.currentFrame, 3750u);
   EXPECT_EQ(p.file()->reader.decoderResetPending, 1u);
   EXPECT_EQ(TMXSeekToChapter(p.file(), 3), TMX_ERR_INDEX);
-
-  // Without chapters there is no current chapter.
-  auto plan = Book(100);
-  plan.tracks[0].chap.clear();
-  OpenProgramme q(BuildProgramme(plan).bytes);
-  v = 9;
-  EXPECT_EQ(TMXGetCurrentChapter(q.file(), &v), TMX_ERR_NOT_FOUND);
-  EXPECT_EQ(TMXGetChapterCount(q.file(), &v), TMX_OK);
-  EXPECT_EQ(v, 0u);
 }
 
 TEST(Playback, ReadsToTheEndThenStartsAgain) {

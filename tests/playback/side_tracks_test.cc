@@ -193,18 +193,6 @@ TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
     r.offset = end;
     EXPECT_EQ(Title(q.file(), r, 16), "<-3>");
   }
-
-  // A record of size 0 (as the older container describes every title):
-  // an empty string in any format and -25.
-  r.size = 0;
-  for (std::uint32_t capacity : {1u, 2u, 6u}) {
-    const Guarded e = ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
-      std::memset(b, 'x', n);
-      return TMXGetChapterText(p.file(), &r, b, n);
-    });
-    EXPECT_EQ(e.rc, TMX_ERR_NOT_FOUND);
-    for (std::uint32_t i = 0; i < capacity; ++i) EXPECT_EQ(e.bytes[i], i < 2 ? 0 : 'x') << i;
-  }
 }
 
 TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {

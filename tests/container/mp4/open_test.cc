@@ -62,25 +62,6 @@ TEST(Mp4Open, TheAudioTrackMustBeFlaggedMain) {
   EXPECT_EQ(p.file()->audioTrackType, FourCC("tmvd"));
 }
 
-TEST(Mp4Open, StructuralFaultsAreRefused) {
-  // No movie at all.
-  auto bytes = Concat(
-      {Atom("ftyp", Concat({Be32(0x746D7820), Be32(0), Be32(0)})), Atom("mdat", ByteVec(32, 1))});
-  EXPECT_EQ(OpenProgramme(bytes).rc(), TMX_ERR_INCONSISTENT);
-  // A movie without "mvhd" is inconsistent, not a failed seek.
-  bytes = Concat({Atom("ftyp", Concat({Be32(0x746D7820), Be32(0), Be32(0)})),
-                  Atom("moov", Atom("free", ByteVec(8)))});
-  EXPECT_EQ(OpenProgramme(bytes).rc(), TMX_ERR_INCONSISTENT);
-  // A zero atom size inside the movie ends the walk with an error instead of a hang.
-  auto good = BuildProgramme(Basic()).bytes;
-  const std::size_t trak =
-      std::search(good.begin(), good.end(), std::begin("trak"), std::begin("trak") + 4) -
-      good.begin();
-  auto broken = good;
-  std::fill(broken.begin() + std::ptrdiff_t(trak) - 4, broken.begin() + std::ptrdiff_t(trak), 0);
-  EXPECT_EQ(OpenProgramme(broken).rc(), TMX_ERR_INCONSISTENT);
-}
-
 TEST(Mp4Open, ChapterStartsAreSummedPerSttsEntry) {
   auto plan = Basic(300);
   plan.tracks[0].chap = {2};
