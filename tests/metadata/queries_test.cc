@@ -10,7 +10,6 @@
 #include "metadata/key_table.h"
 #include "metadata/queries.h"
 #include "support/fault_loops.h"
-#include "util/alloc.h"
 #include "util/status.h"
 
 namespace tmx {
@@ -116,11 +115,6 @@ TEST(MetadataQueries, ArgumentChecksAndRefusalsWithoutAHandler) {
 
 // The table's keys are all read through the class test; here the lookups around it.
 TEST(MetadataQueries, KeysFindItemTypesComparedWithoutFoldingCapitals) {
-  EXPECT_EQ(ItemTypeForKey(FourCC("@cop")), FourCC("cprt"));
-  EXPECT_EQ(ItemTypeForKey(FourCC("trkn")), FourCC("trkn"));
-  EXPECT_EQ(DictionaryNameForKey(FourCC("@nar")), "narrator");
-  EXPECT_EQ(DictionaryNameForKey(FourCC("@car")), "");
-  EXPECT_EQ(DictionaryNameForKey(FourCC("trkn")), "");
   OpenProgramme p(Book(Concat(
       {Item(kTitle, {Data(1, kEn, "English only")}), Item(FourCC("trkn"), {Data(0, 0, "seven")}),
        Item(FourCC("COVR"), {Data(13, 0, "jpeg")}), Item(FourCC("@CAT"), {Data(1, 0, "Fiction")}),
@@ -432,8 +426,10 @@ TEST(MetadataQueries, DamagedListsFailWithoutReadingOutside) {
   }
 }
 
-// Each call, failing or not, also leaves the stream where it found it (the
-// fault loops check), so metadata can be read between frames.
+// Each call, failing or not, leaves the stream where it found it (the fault
+// loops check), so metadata can be read between frames. A player's session
+// (player_faults_test) makes these calls too, but not with more than 16
+// locales, and does not check the stream's position.
 TEST(MetadataQueries, FailuresArePassedThroughAndLeakNothing) {
   ByteVec ilst = Concat({Item(FourCC("cprt"), {Data(1, 0, "c")}),
                          Item(kTitle, {Atom("name", V("n")), Data(1, kEn, "E"), Data(1, 0, "T")}),

@@ -1,7 +1,6 @@
 // Opening MP4-based programmes: properties, tracks, chapters and pictures.
 #include "container/mp4/sample_description.h"
 #include "mp4_fixture.h"
-#include "util/alloc.h"
 #include "util/frame_time.h"
 
 namespace tmx::mp4 {
@@ -95,34 +94,6 @@ TEST(Mp4Open, LinksAndPictures) {
   EXPECT_EQ(p.file()->imageCount, 2u);
   ASSERT_EQ(p.state().imageTrackCount, 1u);
   EXPECT_EQ(p.state().imageTracks[0].flags & kLeadingExtraSample, kLeadingExtraSample);
-}
-
-TEST(Mp4Open, AllocationFailureAtEveryAllocation) {
-  auto plan = Basic(40);
-  plan.tracks[0].chap = {2, 3};
-  plan.tracks.push_back(TitleTrack(2, {"a", "b"}, {0, 20}, 40));
-  plan.tracks.push_back(ImageTrack(3, 0x1007, 1, 0, 10));
-  const auto bytes = BuildProgramme(plan).bytes;
-  const std::int64_t live = testing::LiveAllocations();
-  bool opened = false;
-  for (std::uint64_t k = 1; k < 40; ++k) {
-    MemoryStream m(bytes);
-    TMXFile* file = nullptr;
-    testing::FailAllocation(k);
-    std::int32_t rc = TMXOpenFile(&file, m.stream(), nullptr);
-    testing::FailAllocation(0);
-    if (rc == TMX_OK) {
-      // A failure while loading pictures only loses the rendition group.
-      opened = opened || (file->chapterCount == 2 && State(&file->reader).imageTrackCount == 1);
-      TMXCloseFile(file);
-    } else {
-      EXPECT_TRUE(rc == TMX_ERR_MEMORY || rc == TMX_ERR_UNSUPPORTED) << k << ": " << rc;
-      // The first allocation is the file record: the caller keeps the stream.
-      EXPECT_EQ(m.closes(), k == 1 ? 0 : 1);
-    }
-    EXPECT_EQ(testing::LiveAllocations(), live) << "allocation " << k;
-  }
-  EXPECT_TRUE(opened);
 }
 
 }  // namespace
