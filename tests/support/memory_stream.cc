@@ -63,6 +63,7 @@ std::int32_t MemoryStream::Write(TMXStream* s, const void* buffer, std::int32_t 
   if (++m->writes_ == m->failWriteAt_) return TMX_ERR_WRITE;
   if (!buffer || count <= 0) return TMX_ERR_WRITE;
   std::size_t end = std::size_t(m->position_) + std::size_t(count);
+  if (end > m->capacity_) return TMX_ERR_WRITE;
   if (end > m->data_.size()) m->data_.resize(end);
   std::memcpy(m->data_.data() + m->position_, buffer, std::size_t(count));
   if (m->persistBudget_ >= 0) {

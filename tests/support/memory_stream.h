@@ -4,6 +4,7 @@
 // lose power part-way through its writes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -34,6 +35,9 @@ class MemoryStream {
   // as through a cache; `persisted()` is what storage holds, and what a
   // reboot would read. A negative `k` turns the mode off.
   void cut_power_after(long k);
+  // Writes that would make the stream larger than `bytes` fail, as on a full
+  // device.
+  void set_capacity(std::size_t bytes) { capacity_ = bytes; }
   const std::vector<std::uint8_t>& persisted() const { return persisted_; }
   // The sizes of the writes since the power cut was set.
   const std::vector<int>& write_sizes() const { return writeSizes_; }
@@ -74,6 +78,7 @@ class MemoryStream {
   int reads_ = 0;
   int writes_ = 0;
   std::vector<int> writeSizes_;
+  std::size_t capacity_ = SIZE_MAX;
   long persistBudget_ = -1;  // bytes still reaching storage; -1: no cut
   std::vector<std::uint8_t> persisted_;
   int opens_ = 0;
