@@ -48,43 +48,6 @@ TEST_F(NewList, StartsAsTheEmptyTreeAndGrowsOnlyWhenTheSpareRoomIsUsed) {
   EXPECT_EQ(l.freeSize, 8u);
 }
 
-TEST_F(NewList, DeletingGathersTheFreeSpaceAtTheEnd) {
-  Add({1000, 3000, 5000});
-  const std::size_t size = s.bytes().size();
-  ASSERT_EQ(TMXDeleteBookmark(f, 0), TMX_OK);
-  const ParsedList l = ParseList(s.bytes());
-  EXPECT_EQ(s.bytes().size(), size);
-  ASSERT_EQ(l.bookmarks.size(), 2u);
-  EXPECT_EQ(l.bookmarks[0].pos, kFirst);
-  EXPECT_EQ(l.bookmarks[0].time, 3000u);
-  EXPECT_EQ(l.bookmarks[1].pos, kFirst + 20);
-  EXPECT_EQ(l.freeSize, 28u);
-}
-
-// Items make their container grow; the atoms behind it move back, so that
-// every atom stays inside its parent.
-TEST_F(NewList, ItemsGrowTheirContainerAndMoveTheAtomsBehind) {
-  Add({1000, 3000, 5000});
-  const ByteVec alias(50, 'a'), note = V("thirty bytes of note text.....");
-  ASSERT_EQ(TMXAddBookmarkMetadata(f, 2, kKeyAlias, alias.data(), 50), TMX_OK);
-  ASSERT_EQ(TMXAddBookmarkMetadata(f, 1, kKeyNote, note.data(), 30), TMX_OK);
-  ParsedList l = ParseList(s.bytes());
-  EXPECT_EQ(l.bookmarks.at(2).pos, kFirst + 40 + 30 + 24);
-  const std::size_t size = s.bytes().size();
-  const ByteVec title = V("a list title of 24 bytes");
-  ASSERT_EQ(TMXAddBookmarkListMetadata(f, kKeyTitle, title.data(), 24), TMX_OK);
-  // The item and a new "free" atom take the place of the empty one.
-  EXPECT_EQ(s.bytes().size(), size + 24 + 24);
-  EXPECT_EQ(Word(44), kN + 44 + 48);
-  l = ParseList(s.bytes());
-  EXPECT_EQ(l.listItems.at(kItemTitle), title);
-  ASSERT_EQ(l.bookmarks.size(), 3u);
-  EXPECT_EQ(l.bookmarks[0].pos, kFirst + 48);
-  EXPECT_EQ(l.bookmarks[1].items.at(kItemNote), note);
-  EXPECT_EQ(l.bookmarks[2].items.at(FourCC("ausr")), alias);
-  EXPECT_EQ(l.freeSize, 8u);
-}
-
 TEST_F(NewList, AReplacedItemLeavesItsRoomOrIsGrownOver) {
   Add({1000, 3000});
   const ByteVec big(40, 'x'), small(10, 'y'), bigger(100, 'z');

@@ -209,7 +209,6 @@ std::vector<Edit> Edits() {
     c.times.insert(c.times.begin() + 2, 7000);
     Renumber(c, 2, 1);
   };
-  const auto same = [](Content&) {};
   std::vector<Edit> edits = {
       {"add, growing the tree", false, kExact, add, added},
       {"add into free space", true, kExact, add, added},
@@ -222,14 +221,6 @@ std::vector<Edit> Edits() {
       // A save of the position that moved to 40 s while saves were failing.
       {"position save", false, kExact, [](TMXFile* f) { return TMXSavePlaybackPosition(f, 1); },
        [](Content& c) { c.seconds = 40; }},
-      {"open", false, kExact, [](TMXFile* f) { return TMXOpenBookmarkList(f, f->positionStream); },
-       same},
-      {"text", false, kExact,
-       [](TMXFile* f) {
-         std::uint8_t out[256];
-         return TMXGetBookmarkMetadata(f, 1, kKeyNote, out, sizeof out);
-       },
-       same},
       Set(1, kKeyNote, 200, false, kOneShort),  // bigger than the old one
       Set(1, kKeyNote, 20, false, kOneShort),   // smaller: takes the old room
       Set(2, kKeyCover, 4, true, kExact),       // fits in the free space
