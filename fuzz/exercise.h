@@ -81,6 +81,15 @@ inline void ExerciseProgramme(TMXFile* f) {
   TMXGetPlaybackPosition(f, &v);
 }
 
+// Opens the bytes as a programme and, when that works, plays it.
+inline void OpenAndPlay(std::vector<std::uint8_t> bytes) {
+  ByteStream in(std::move(bytes));
+  TMXFile* f = nullptr;
+  if (TMXOpenFile(&f, in.stream(), nullptr) != TMX_OK) return;
+  ExerciseProgramme(f);
+  TMXCloseFile(f);
+}
+
 // A decoder made from a two-byte AudioSpecificConfig (ignored by the speech
 // codecs) and fed frames cut from `data` at the lengths its bytes give.
 inline void DecodeFrames(const tmx::Codec& codec, std::uint8_t config0, std::uint8_t config1,

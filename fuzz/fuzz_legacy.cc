@@ -16,11 +16,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<std::uint8_t> bytes = {0, 0, 0, 0, 0x57, 0x90, 0x75, 0x36};
   for (int i = 0; i < 4; ++i) bytes[std::size_t(i)] = std::uint8_t(total >> (24 - 8 * i));
   bytes.insert(bytes.end(), data, data + size);
-  tmx::fuzz::ByteStream in(std::move(bytes));
-  TMXFile* f = nullptr;
-  if (TMXOpenFile(&f, in.stream(), nullptr) == TMX_OK) {
-    tmx::fuzz::ExerciseProgramme(f);
-    TMXCloseFile(f);
-  }
+  tmx::fuzz::OpenAndPlay(std::move(bytes));
   return 0;
 }
