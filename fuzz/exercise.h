@@ -1,61 +1,28 @@
 // The fuzz targets' work, shared with the suite that replays their findings:
-// a byte stream, what a player does with an open programme (every frame and
-// side sample, decoding, chapter titles, links, pictures at every quality,
-// metadata in every text format, seeks), and the decoders on raw frames.
+// a stream over fuzzed bytes, what a player does with an open programme
+// (every frame and side sample, decoding, chapter titles, links, pictures at
+// every quality, metadata in every text format, seeks), and the decoders on
+// raw frames.
 // Results are not checked here; the sanitizers and the callers' bounds are.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "codec/codec.h"
 #include "codec/speech/speech_codec.h"
+#include "support/memory_stream.h"
 #include "tmxsdk.h"
 
 namespace tmx::fuzz {
 
-// A stream over a byte vector of the caller's; writes grow it up to 1 MiB.
-// The fuzz targets hand programmes and bookmark lists over through it.
-struct ByteStream {
-  TMXStream base;
-  std::vector<std::uint8_t>* bytes;
-  std::uint32_t pos;
-
-  static ByteStream* Self(TMXStream* s) { return reinterpret_cast<ByteStream*>(s); }
-  static std::int32_t Read(TMXStream* s, void* buffer, std::int32_t n,
-                           std::int32_t* done) noexcept {
-    ByteStream* m = Self(s);
-    const std::size_t left = m->pos < m->bytes->size() ? m->bytes->size() - m->pos : 0;
-    const std::size_t k = std::min<std::size_t>(left, n < 0 ? 0 : std::size_t(n));
-    if (k) std::memcpy(buffer, m->bytes->data() + m->pos, k);
-    m->pos += std::uint32_t(k);
-    if (done) *done = std::int32_t(k);
-    return k ? TMX_OK : TMX_ERR_READ;
+// A stream over the bytes that grows by writes up to 1 MiB, as a small device.
+struct ByteStream : test::MemoryStream {
+  explicit ByteStream(std::vector<std::uint8_t> bytes) : MemoryStream(std::move(bytes)) {
+    set_capacity(1u << 20);
   }
-  static std::int32_t Write(TMXStream* s, const void* buffer, std::int32_t n,
-                            std::int32_t* done) noexcept {
-    ByteStream* m = Self(s);
-    if (n <= 0 || std::size_t(m->pos) + std::size_t(n) > (1u << 20)) return TMX_ERR_WRITE;
-    if (m->pos + std::size_t(n) > m->bytes->size()) m->bytes->resize(m->pos + std::size_t(n));
-    std::memcpy(m->bytes->data() + m->pos, buffer, std::size_t(n));
-    m->pos += std::uint32_t(n);
-    if (done) *done = n;
-    return TMX_OK;
-  }
-  static std::int32_t Done(TMXStream*) noexcept { return TMX_OK; }
-  static std::int32_t Open(TMXStream*, std::int32_t) noexcept { return TMX_OK; }
-  static std::uint32_t Size(TMXStream* s) noexcept { return std::uint32_t(Self(s)->bytes->size()); }
-  static std::uint32_t Tell(TMXStream* s) noexcept { return Self(s)->pos; }
-  static std::int32_t Seek(TMXStream* s, std::uint32_t p) noexcept {
-    Self(s)->pos = p;
-    return TMX_OK;
-  }
-  static constexpr TMXStreamOps kOps = {Done, Open, Done, Size, Tell, Seek, Read, Write};
-
-  explicit ByteStream(std::vector<std::uint8_t>* data) : base{&kOps}, bytes(data), pos(0) {}
 };
 
 inline void ExerciseProgramme(TMXFile* f) {
@@ -112,6 +79,15 @@ inline void ExerciseProgramme(TMXFile* f) {
   TMXSeekToChapter(f, 0);
   TMXGetCurrentChapter(f, &v);
   TMXGetPlaybackPosition(f, &v);
+}
+
+// Opens the bytes as a programme and, when that works, plays it.
+inline void OpenAndPlay(std::vector<std::uint8_t> bytes) {
+  ByteStream in(std::move(bytes));
+  TMXFile* f = nullptr;
+  if (TMXOpenFile(&f, in.stream(), nullptr) != TMX_OK) return;
+  ExerciseProgramme(f);
+  TMXCloseFile(f);
 }
 
 // A decoder made from a two-byte AudioSpecificConfig (ignored by the speech

@@ -22,10 +22,9 @@ const std::vector<std::uint8_t>& ProgrammeBytes() {
     plan.audioSpecificConfig = {0x13, 0x90};
     plan.options.framesPerChunk = 50;
     plan.side.metadata = {tmx::writer::TextItem(tmx::writer::kItemProductId, "urn:book:0001")};
-    std::vector<std::uint8_t> out;
-    tmx::fuzz::ByteStream m(&out);
-    tmx::writer::WriteProgramme(plan, &m.base);
-    return out;
+    tmx::fuzz::ByteStream out({});
+    tmx::writer::WriteProgramme(plan, out.stream());
+    return out.data();
   }();
   return bytes;
 }
@@ -38,15 +37,14 @@ constexpr std::uint32_t kKeys[] = {0x40746974 /* @tit */, 0x40636172 /* @car */,
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
   const std::size_t listSize = std::min<std::size_t>((data[0] << 8) | data[1], size - 2);
-  std::vector<std::uint8_t> programme = ProgrammeBytes();
-  std::vector<std::uint8_t> list(data + 2, data + 2 + listSize);
-  tmx::fuzz::ByteStream book(&programme), position(&list);
+  tmx::fuzz::ByteStream book(ProgrammeBytes());
+  tmx::fuzz::ByteStream position({data + 2, data + 2 + listSize});
   TMXFile* file = nullptr;
-  if (TMXOpenFile(&file, &book.base, &position.base) != TMX_OK) return 0;
+  if (TMXOpenFile(&file, book.stream(), position.stream()) != TMX_OK) return 0;
   TMXSetBookmarkBufferSize(file, 64);
   // Bytes that hold no list for this programme get a new one.
-  if (TMXOpenBookmarkList(file, &position.base) == TMX_OK ||
-      TMXInitBookmarkList(file, &position.base) == TMX_OK) {
+  if (TMXOpenBookmarkList(file, position.stream()) == TMX_OK ||
+      TMXInitBookmarkList(file, position.stream()) == TMX_OK) {
     const std::uint8_t* op = data + 2 + listSize;
     const std::uint8_t* end = data + size;
     std::uint8_t buffer[512];
@@ -65,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           TMXGetBookmarkMetadata(file, index, key, buffer, sizeof buffer);
           TMXGetBookmarkListMetadata(file, key, buffer, sizeof buffer);
           break;
-        default: TMXOpenBookmarkList(file, &position.base); break;
+        default: TMXOpenBookmarkList(file, position.stream()); break;
       }
       op += 4 + (op[0] % 8 == 2 || op[0] % 8 == 4 ? length : 0);
     }

@@ -58,9 +58,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // Small capacities most of the time: they are where cutting text goes wrong.
   const std::uint32_t capacity = data[0] < 0xF0 ? data[0] % 80 : 4096u * (data[0] - 0xEF);
   std::vector<std::uint8_t> bytes(data + 1, data + size);
-  tmx::fuzz::ByteStream in(&bytes);
+  tmx::fuzz::ByteStream in(std::move(bytes));
   TMXFile* f = nullptr;
-  if (TMXOpenFile(&f, &in.base, nullptr) == TMX_OK) {
+  if (TMXOpenFile(&f, in.stream(), nullptr) == TMX_OK) {
     TMXEnableChapterText(f);
     TMXEnableChapterLinks(f);
     TMXEnableChapterImages(f);

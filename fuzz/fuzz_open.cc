@@ -11,12 +11,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size > (1u << 20)) return 0;
-  std::vector<std::uint8_t> bytes(data, data + size);
-  tmx::fuzz::ByteStream in(&bytes);
-  TMXFile* f = nullptr;
-  if (TMXOpenFile(&f, &in.base, nullptr) == TMX_OK) {
-    tmx::fuzz::ExerciseProgramme(f);
-    TMXCloseFile(f);
-  }
+  tmx::fuzz::OpenAndPlay({data, data + size});
   return 0;
 }

@@ -1,9 +1,9 @@
 // Fuzz target: the text converters and Base64. The first byte picks the
 // source kind and output format, the second the capacity; the rest is the
 // text. Output must stay inside its capacity and be terminated.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <algorithm>
 #include <cstdlib>
 #include <vector>
 

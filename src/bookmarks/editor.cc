@@ -8,6 +8,7 @@ namespace tmx::bookmarks {
 namespace {
 
 constexpr std::uint32_t kNever = UINT32_MAX;  // a need no atom meets
+constexpr std::uint32_t kNone = UINT32_MAX;   // no atom is kept
 
 }  // namespace
 
@@ -39,15 +40,25 @@ std::int32_t ListEditor::WriteZeros(std::uint32_t pos, std::uint32_t count) noex
 std::int32_t ListEditor::FindSpace(AtomRange range, std::uint32_t need,
                                    std::optional<std::uint32_t> freed, Space* space) noexcept {
   Space sp{};
-  sp.tail = range.begin;
+  sp.tail = sp.parsed = range.begin;
+  std::uint32_t tailFirst = 0;
+  bool tailReuses = false;
   TMX_RETURN_IF_ERROR(ForEachAtom(s_, range, [&](const Atom& a) -> std::int32_t {
-    const bool free = IsFree(a.type) || (freed && a.type == *freed);
-    if (!free) {
+    sp.parsed = a.end();
+    const bool reused = freed && a.type == *freed;
+    if (!IsFree(a.type) && !reused) {
       sp.tail = a.end();
-    } else if (!sp.fits && a.size >= need) {
+      tailFirst = 0;
+      tailReuses = false;
+      return 0;
+    }
+    if (tailFirst == 0) tailFirst = a.size;
+    tailReuses = tailReuses || reused;
+    if (!sp.fits && a.size >= need) {
       sp.fits = true;
+      sp.reuses = reused;
       sp.pos = a.pos;
-      sp.size = a.size;
+      sp.size = sp.first = a.size;
     }
     return 0;
   }));
@@ -55,6 +66,8 @@ std::int32_t ListEditor::FindSpace(AtomRange range, std::uint32_t need,
     // The free atoms at the end, with any slack behind them, form one room.
     sp.pos = sp.tail;
     sp.size = range.end - sp.tail;
+    sp.first = tailFirst;
+    sp.reuses = tailReuses;
   }
   *space = sp;
   return TMX_OK;
@@ -74,20 +87,98 @@ std::int32_t ListEditor::CheckGrowth(std::uint32_t bytes, std::uint32_t tail) co
   return TMX_OK;
 }
 
-std::int32_t ListEditor::Grow(std::uint32_t bytes, std::uint32_t tail) noexcept {
+std::int32_t ListEditor::Grow(std::uint32_t bytes, std::uint32_t tail,
+                              std::uint32_t parsed) noexcept {
   TMX_RETURN_IF_ERROR(CheckGrowth(bytes, tail));
   ListLayout& l = layout_;
-  const std::uint32_t end = l.moov.end();
-  // The new bytes first: until the sizes change they lie outside the tree.
-  TMX_RETURN_IF_ERROR(WriteZeros(end, bytes));
+  const std::uint32_t end = l.moov.end(), grown = end + bytes;
+  // The new bytes first, outside the tree (or in the slack at its end): a
+  // "free" atom, so that the list reads whole once "bmet" takes them in.
+  std::uint32_t zeros = end;
+  if (grown - parsed >= kAtomHeaderSize) {
+    TMX_RETURN_IF_ERROR(WriteHeader(parsed, grown - parsed, kFree));
+    zeros = std::max(end, parsed + kAtomHeaderSize);
+  }
+  TMX_RETURN_IF_ERROR(WriteZeros(zeros, grown - zeros));
+  // Outer sizes first: each atom keeps fitting inside its parent.
   for (Atom* a : {&l.moov, &l.udta, &l.bmet}) {
     TMX_RETURN_IF_ERROR(WriteWord(a->pos, a->size + bytes));
     a->size += bytes;
   }
-  TMX_RETURN_IF_ERROR(WriteHeader(tail, end + bytes - tail, kFree));
-  l.range.end = end + bytes;
-  if (l.streamSize != TMX_STREAM_UNKNOWN) l.streamSize = std::max(l.streamSize, end + bytes);
-  return TMX_OK;
+  l.range.end = grown;
+  if (l.streamSize != TMX_STREAM_UNKNOWN) l.streamSize = std::max(l.streamSize, grown);
+  // The free atoms at the end become one.
+  const bool joined = tail == parsed && grown - parsed >= kAtomHeaderSize;
+  return joined ? TMX_OK : WriteHeader(tail, grown - tail, kFree);
+}
+
+std::int32_t ListEditor::JoinFree(std::uint32_t pos, std::uint32_t size,
+                                  std::uint32_t first) noexcept {
+  return first == size ? TMX_OK : WriteHeader(pos, size, kFree);
+}
+
+std::int32_t ListEditor::ShiftForward(const Atom& a, std::uint32_t gap) noexcept {
+  const std::uint32_t to = a.pos - gap;
+  if (IsFree(a.type)) {
+    // Two free atoms trade places: joined first, then split anew.
+    TMX_RETURN_IF_ERROR(WriteHeader(to, gap + a.size, kFree));
+  } else if (a.size + kAtomHeaderSize > gap) {
+    // The copy overlaps the atom: hidden in one free atom meanwhile.
+    TMX_RETURN_IF_ERROR(WriteHeader(to, gap + a.size, kFree));
+    TMX_RETURN_IF_ERROR(
+        MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize, a.size - kAtomHeaderSize));
+  } else {
+    // The copy fits in the gap, in front of the gap's new header.
+    TMX_RETURN_IF_ERROR(
+        MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize, a.size - kAtomHeaderSize));
+  }
+  TMX_RETURN_IF_ERROR(WriteHeader(to + a.size, gap, kFree));
+  return WriteHeader(to, a.size, a.type);
+}
+
+std::int32_t ListEditor::ShiftBack(const Atom& a, std::uint32_t gap, bool last) noexcept {
+  const std::uint32_t to = a.pos + gap;
+  // Behind the trailing free atom's new header the rest stays free.
+  if (last)
+    TMX_RETURN_IF_ERROR(WriteHeader(a.end() + gap, layout_.range.end - a.end() - gap, kFree));
+  // An atom whose copy overlaps it is hidden in one free atom meanwhile.
+  // Its type turns "free" before its size changes, so that it never claims
+  // bytes that are not its own.
+  const bool hide = gap < a.size + kAtomHeaderSize;
+  if (hide) {
+    TMX_RETURN_IF_ERROR(WriteWord(a.pos + 4, kFree));
+    TMX_RETURN_IF_ERROR(WriteWord(a.pos, a.size + gap));
+  }
+  if (!IsFree(a.type))
+    TMX_RETURN_IF_ERROR(
+        MoveBytes(a.pos + kAtomHeaderSize, to + kAtomHeaderSize, a.size - kAtomHeaderSize));
+  TMX_RETURN_IF_ERROR(WriteHeader(to, a.size, a.type));
+  if (!hide) TMX_RETURN_IF_ERROR(WriteWord(a.pos + 4, kFree));
+  return WriteWord(a.pos, gap);
+}
+
+std::int32_t ListEditor::GrowContainer(const Atom& container, std::uint32_t grow,
+                                       std::span<const std::uint32_t> behind,
+                                       std::uint32_t tail) noexcept {
+  const std::uint32_t end = container.end();
+  if (grow < kAtomHeaderSize) {
+    // Too narrow for a "free" atom of its own: the atoms move as one block.
+    TMX_RETURN_IF_ERROR(MoveBytes(end, end + grow, tail - end));
+    TMX_RETURN_IF_ERROR(WriteHeader(tail + grow, layout_.range.end - tail - grow, kFree));
+  } else if (behind.empty()) {
+    TMX_RETURN_IF_ERROR(WriteHeader(end + grow, layout_.range.end - end - grow, kFree));
+    TMX_RETURN_IF_ERROR(WriteHeader(end, grow, kFree));
+  } else {
+    // The last atom first, each into the gap the one behind it left.
+    for (std::size_t i = behind.size(); i-- > 0;) {
+      Atom a{behind[i]};
+      TMX_RETURN_IF_ERROR(s_->ops->Seek(s_, a.pos));
+      TMX_RETURN_IF_ERROR(mp4::AtomReadHeader(s_, &a.size, &a.type));
+      TMX_RETURN_IF_ERROR(ShiftBack(a, grow, i + 1 == behind.size()));
+    }
+  }
+  // The container takes in the "free" atom of `grow` bytes behind it.
+  return WriteWord(container.pos, container.size + grow);
 }
 
 std::int32_t ListEditor::PrepareMoves(std::uint32_t bytes) noexcept {
@@ -121,8 +212,9 @@ std::int32_t ListEditor::PutAtom(std::uint32_t pos, std::uint32_t room,
                                  std::span<const std::uint8_t> body) noexcept {
   const std::uint32_t size = std::uint32_t(head.size() + body.size());
   TMX_RETURN_IF_ERROR(WriteHeader(pos + size, room - size, kFree));
-  TMX_RETURN_IF_ERROR(WriteExactAt(s_, pos + std::uint32_t(head.size()), body));
-  return WriteExactAt(s_, pos, head);
+  if (!body.empty()) TMX_RETURN_IF_ERROR(WriteExactAt(s_, pos + std::uint32_t(head.size()), body));
+  TMX_RETURN_IF_ERROR(WriteExactAt(s_, pos + kAtomHeaderSize, head.subspan(kAtomHeaderSize)));
+  return WriteExactAt(s_, pos, head.first(kAtomHeaderSize));
 }
 
 std::int32_t ListEditor::AddBookmark(std::uint32_t time) noexcept {
@@ -131,8 +223,10 @@ std::int32_t ListEditor::AddBookmark(std::uint32_t time) noexcept {
   TMX_RETURN_IF_ERROR(FindSpace(layout_.range, kNeed, std::nullopt, &sp));
   if (sp.size < kNeed) {
     const std::uint32_t missing = kNeed - sp.size;
-    TMX_RETURN_IF_ERROR(Grow(missing, sp.pos));
+    TMX_RETURN_IF_ERROR(Grow(missing, sp.pos, sp.parsed));
     sp.size += missing;
+  } else {
+    TMX_RETURN_IF_ERROR(JoinFree(sp.pos, sp.size, sp.first));
   }
   std::uint8_t atom[kNewBookmarkSize];
   StoreBE32(atom, kNewBookmarkSize);
@@ -162,39 +256,30 @@ std::int32_t ListEditor::Compact() noexcept {
     return 1;
   }));
   if (!have) return TMX_OK;
-  // Every atom behind the first "free" one moves forward by its size.
+  // Every atom behind the first "free" one moves forward by its size, one
+  // at a time, the gap moving back behind each.
   const std::uint32_t gap = first.size;
-  std::uint32_t from = first.end(), to = first.pos;
-  bool lastFree = false;
-  std::uint32_t lastSize = 0;
+  std::uint32_t from = first.end();
   while (range.end - from >= kAtomHeaderSize) {
-    std::uint32_t size = 0, type = 0;
+    Atom a{from};
     TMX_RETURN_IF_ERROR(s_->ops->Seek(s_, from));
-    TMX_RETURN_IF_ERROR(mp4::AtomReadHeader(s_, &size, &type));
-    if (!mp4::AtomFits(from, size, range)) return TMX_ERR_INCONSISTENT;
-    TMX_RETURN_IF_ERROR(WriteHeader(to, size, type));
-    lastFree = IsFree(type);
-    if (size > kAtomHeaderSize && !lastFree)
-      TMX_RETURN_IF_ERROR(
-          MoveBytes(from + kAtomHeaderSize, to + kAtomHeaderSize, size - kAtomHeaderSize));
-    lastSize = size;
-    from += size;
-    to += size;
+    TMX_RETURN_IF_ERROR(mp4::AtomReadHeader(s_, &a.size, &a.type));
+    if (!mp4::AtomFits(from, a.size, range)) return TMX_ERR_INCONSISTENT;
+    // A trailing "free" atom joins the gap instead.
+    if (IsFree(a.type) && range.end - a.end() < kAtomHeaderSize) break;
+    TMX_RETURN_IF_ERROR(ShiftForward(a, gap));
+    from += a.size;
   }
   // The gap, the slack behind the last atom and a trailing "free" atom
   // become one "free" atom at the end.
-  std::uint32_t total = gap + (range.end - from);
-  if (lastFree) {
-    to -= lastSize;
-    total += lastSize;
-  }
-  return WriteHeader(to, total, kFree);
+  return WriteHeader(from - gap, range.end - from + gap, kFree);
 }
 
-std::int32_t ListEditor::MarkItems(AtomRange children, std::uint32_t code, bool* found) noexcept {
+std::int32_t ListEditor::MarkItems(AtomRange children, std::uint32_t code, std::uint32_t keep,
+                                   bool* found) noexcept {
   *found = false;
   return ForEachAtom(s_, children, [&](const Atom& a) -> std::int32_t {
-    if (a.type != code) return 0;
+    if (a.type != code || a.pos == keep) return 0;
     *found = true;
     return WriteWord(a.pos + 4, kFree);
   });
@@ -202,7 +287,7 @@ std::int32_t ListEditor::MarkItems(AtomRange children, std::uint32_t code, bool*
 
 std::int32_t ListEditor::DeleteItems(const Atom& container, std::uint32_t code) noexcept {
   bool found = false;
-  TMX_RETURN_IF_ERROR(MarkItems(ChildrenOf(container), code, &found));
+  TMX_RETURN_IF_ERROR(MarkItems(ChildrenOf(container), code, kNone, &found));
   return found ? TMX_OK : TMX_ERR_NOT_FOUND;
 }
 
@@ -213,15 +298,15 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
   const std::uint32_t n = std::uint32_t(value.size());
   const std::uint32_t itemSize = n + kItemOverhead;
   const std::uint32_t need = itemSize + kAtomHeaderSize;
-  const AtomRange children = ChildrenOf(container);
 
   // Plan: where the item goes and how far the container must grow. Items
   // about to be replaced count as free space.
   Space room{};
-  TMX_RETURN_IF_ERROR(FindSpace(children, need, code, &room));
+  TMX_RETURN_IF_ERROR(FindSpace(ChildrenOf(container), need, code, &room));
   const std::uint32_t grow = room.size < need ? need - room.size : 0;
   Space tail{};
-  std::uint32_t extend = 0;
+  std::uint32_t extend = 0, count = 0;
+  Owned<std::uint32_t> behind;
   if (grow > 0) {
     // The container takes the bytes from the list's trailing free space,
     // which the tree's growth refills when it runs short.
@@ -232,24 +317,36 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
       TMX_RETURN_IF_ERROR(CheckGrowth(extend, tail.pos));
     }
     TMX_RETURN_IF_ERROR(PrepareMoves(tail.pos - container.end()));
+    // Where the atoms behind the container lie, to move them last first.
+    const AtomRange between{container.end(), tail.pos};
+    TMX_RETURN_IF_ERROR(ForEachAtom(s_, between, [&](const Atom&) { return ++count, 0; }));
+    if (count > 0 && grow >= kAtomHeaderSize) {
+      behind.reset(AllocArray<std::uint32_t>(count));
+      if (!behind) return TMX_ERR_MEMORY;
+      std::uint32_t i = 0;
+      TMX_RETURN_IF_ERROR(
+          ForEachAtom(s_, between, [&](const Atom& a) { return behind.get()[i++] = a.pos, 0; }));
+    }
   }
 
-  bool replaced = false;
-  TMX_RETURN_IF_ERROR(MarkItems(children, code, &replaced));
+  Atom grown = container;
   if (grow > 0) {
     if (extend > 0) {
-      TMX_RETURN_IF_ERROR(Grow(extend, tail.pos));
-      tail.size += extend;
+      TMX_RETURN_IF_ERROR(Grow(extend, tail.pos, tail.parsed));
+    } else {
+      TMX_RETURN_IF_ERROR(JoinFree(tail.pos, tail.size, tail.first));
     }
-    // The atoms between the container and the trailing free space move
-    // back, the last bytes first; the container then covers the gap.
     TMX_RETURN_IF_ERROR(
-        MoveBytes(container.end(), container.end() + grow, tail.pos - container.end()));
-    TMX_RETURN_IF_ERROR(WriteHeader(tail.pos + grow, tail.size - grow, kFree));
-    TMX_RETURN_IF_ERROR(WriteWord(container.pos, container.size + grow));
+        GrowContainer(container, grow, {behind.get(), behind ? count : 0}, tail.pos));
+    grown.size += grow;
+    if (room.size == 0) room.first = grow;
     room.size += grow;
   }
-
+  // The items replaced turn "free" once the new one is in place, unless it
+  // takes their room.
+  bool replaced = false;
+  if (room.reuses) TMX_RETURN_IF_ERROR(MarkItems(ChildrenOf(grown), code, kNone, &replaced));
+  TMX_RETURN_IF_ERROR(JoinFree(room.pos, room.size, room.first));
   std::uint8_t head[kItemOverhead];
   StoreBE32(head, itemSize);
   StoreBE32(head + 4, code);
@@ -257,7 +354,9 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
   StoreBE32(head + 12, kData);
   StoreBE32(head + 16, dataType);
   StoreBE32(head + 20, 0);
-  return PutAtom(room.pos, room.size, head, value);
+  TMX_RETURN_IF_ERROR(PutAtom(room.pos, room.size, head, value));
+  if (room.reuses) return TMX_OK;
+  return MarkItems(ChildrenOf(grown), code, room.pos, &replaced);
 }
 
 }  // namespace tmx::bookmarks

@@ -61,7 +61,8 @@ Bytes AacProgramme() {
   const Bytes adts = test::ReadTestData("speech_mono_16000.aac");
   const auto frames = test::SplitAdts(adts);
   writer::ProgrammeSpec plan;
-  for (std::size_t i = 0; i < 24; ++i) plan.frames.emplace_back(frames[i].begin() + 7, frames[i].end());
+  for (std::size_t i = 0; i < 24; ++i)
+    plan.frames.emplace_back(frames[i].begin() + 7, frames[i].end());
   plan.audioSpecificConfig = {0x14, 0x08};  // AAC-LC, 16 kHz, mono
   plan.options.framesPerChunk = 10;
   const Bytes jpeg = {0xFF, 0xD8, 0xFF, 0xE0, 1, 2, 3, 4, 0xFF, 0xD9};
@@ -82,8 +83,7 @@ Bytes SpeechProgramme() {
   writer::LegacyProgramme programme;
   programme.codecId = writer::kLegacyCodecSpeech8;
   const std::size_t size = speech::LayoutForMode(3)->packetBytes;
-  for (std::size_t i = 0; i < 30; ++i)
-    programme.frames.emplace_back(size, std::uint8_t(i * 37));
+  for (std::size_t i = 0; i < 30; ++i) programme.frames.emplace_back(size, std::uint8_t(i * 37));
   programme.dictionary = {{"title", {'T', 'i', 't', 'e', 'l'}}, {"product_id", {'u', 'r', 'n'}}};
   programme.chapters = {{12, 0}, {18, 0}};
   programme.cover = {0xFF, 0xD8, 0xFF, 0xD9};

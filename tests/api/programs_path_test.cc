@@ -50,27 +50,30 @@ class ProgramsPath : public ::testing::Test {
   void TearDown() override { ClearDirectory(); }
 };
 
-TEST_F(ProgramsPath, AppendsASeparatorWhenMissing) {
-  ASSERT_EQ(SetDirectory(kBooks), 0);
+TEST_F(ProgramsPath, AppendsASeparatorWhenMissingAndThereIsRoom) {
   wchar_t buf[64];
-  ASSERT_EQ(TesmoraGetTMFilesPath(buf, 64), 1);
-  EXPECT_EQ(std::wstring(buf), kBooksSlash);
-  ASSERT_EQ(SetDirectory(kBooksSlash), 0);
-  ASSERT_EQ(TesmoraGetTMFilesPath(buf, 64), 1);
-  EXPECT_EQ(std::wstring(buf), kBooksSlash);
-}
-
-TEST_F(ProgramsPath, FailsWithoutAValueOrRoom) {
-  wchar_t buf[16];
-  EXPECT_EQ(TesmoraGetTMFilesPath(buf, 16), 0);
-  ASSERT_EQ(SetDirectory(L""), 0);
-  EXPECT_EQ(TesmoraGetTMFilesPath(buf, 16), 0);
-  ASSERT_EQ(SetDirectory(kFour), 0);
+  EXPECT_EQ(TesmoraGetTMFilesPath(buf, 64), 0);  // not set
+  const struct {
+    const wchar_t* value;
+    std::uint32_t room;
+    std::int32_t rc;
+    const wchar_t* path;
+  } cases[] = {
+      {kBooks, 64, 1, kBooksSlash},
+      {kBooksSlash, 64, 1, kBooksSlash},
+      {L"", 64, 0, nullptr},
+      {kFour, 0, 0, nullptr},
+      {kFour, 5, 0, nullptr},  // four characters fit, five do not
+      {kFour, 6, 1, kFourSlash},
+  };
+  for (const auto& c : cases) {
+    ASSERT_EQ(SetDirectory(c.value), 0);
+    EXPECT_EQ(TesmoraGetTMFilesPath(buf, c.room), c.rc) << c.room;
+    if (c.path) {
+      EXPECT_EQ(std::wstring(buf), c.path);
+    }
+  }
   EXPECT_EQ(TesmoraGetTMFilesPath(nullptr, 16), 0);
-  EXPECT_EQ(TesmoraGetTMFilesPath(buf, 0), 0);
-  EXPECT_EQ(TesmoraGetTMFilesPath(buf, 5), 0);  // four characters fit, five do not
-  EXPECT_EQ(TesmoraGetTMFilesPath(buf, 6), 1);
-  EXPECT_EQ(std::wstring(buf), kFourSlash);
 }
 
 #ifdef _WIN32

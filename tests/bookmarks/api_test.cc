@@ -220,10 +220,7 @@ ByteVec ProgrammeWithList(const std::string& pid) {
   const ByteVec pidItem = Atom("prID", Atom("data", Concat({Be32(1), Be32(0), V(pid + '\0')})));
   const ByteVec bmet = Atom("bmet", Concat({Be32(1), Atom("blst", Concat({Be32(0), pidItem})),
                                             Atom("bmrk", Be32(1234)), Atom("free", {})}));
-  for (std::uint32_t at : {moov, udta}) {
-    const std::uint32_t v = Be32At(b, at) + std::uint32_t(bmet.size());
-    for (int i = 0; i < 4; ++i) b[at + i] = std::uint8_t(v >> (24 - 8 * i));
-  }
+  for (std::uint32_t at : {moov, udta}) Put32(b, at, Be32At(b, at) + std::uint32_t(bmet.size()));
   b.insert(b.end(), bmet.begin(), bmet.end());
   return b;
 }
@@ -246,20 +243,14 @@ TEST(BookmarkStreams, AListInTheProgrammeIsReadOnlyAndLeavesItsReaderInPlace) {
   EXPECT_EQ(s.programme().closes(), 1);
 }
 
-TEST(BookmarkTimes, OneSidedIntervalClampAndOffset) {
+// The order of bookmarks and the one-sided second around each are the random
+// edits' model; here the end margin and the offset of reported times.
+TEST(BookmarkTimes, EndMarginAndOffset) {
   Session s(ProgrammeBytes(kPid));
   TMXFile* f = s.f();
   ASSERT_EQ(TMXInitBookmarkList(f, s.position().stream()), TMX_OK);
   std::uint32_t index = 0, duration = 0, ms = 0;
-  EXPECT_EQ(Add(f, 5000, &index), TMX_OK);
-  EXPECT_EQ(Add(f, 5999), TMX_ERR_DUPLICATE_BOOKMARK);
-  EXPECT_EQ(Add(f, 5000), TMX_ERR_DUPLICATE_BOOKMARK);
-  EXPECT_EQ(Add(f, 4500, &index), TMX_OK);
-  EXPECT_EQ(index, 0u);
-  EXPECT_EQ(Add(f, 6000, &index), TMX_OK);
-  EXPECT_EQ(index, 2u);
-  EXPECT_EQ(Times(f), (std::vector<std::uint32_t>{4500, 5000, 6000}));
-
+  ASSERT_EQ(Add(f, 6000), TMX_OK);
   ASSERT_EQ(TMXGetDuration(f, &duration), TMX_OK);
   f->bookmarkEndMargin = 2000;
   f->bookmarkTimeOffset = 500;
@@ -273,10 +264,10 @@ TEST(BookmarkTimes, OneSidedIntervalClampAndOffset) {
   f->bookmarkEndMargin = duration + 1;  // everything lands at the start
   EXPECT_EQ(Add(f, 40000), TMX_ERR_DUPLICATE_BOOKMARK);
 
-  ASSERT_EQ(TMXSeekToBookmark(f, 3), TMX_OK);
+  ASSERT_EQ(TMXSeekToBookmark(f, 1), TMX_OK);
   ASSERT_EQ(TMXGetPlaybackPosition(f, &ms), TMX_OK);
   EXPECT_TRUE(ms <= 6500 && ms > 6400) << ms;
-  EXPECT_EQ(ParseList(s.bytes()).bookmarks.size(), 5u);  // behind the new record
+  EXPECT_EQ(ParseList(s.bytes()).bookmarks.size(), 3u);  // behind the new record
 }
 
 TEST(BookmarkMetadata, StoredAsGivenDeliveredInTheTextFormat) {
@@ -305,24 +296,14 @@ TEST(BookmarkMetadata, StoredAsGivenDeliveredInTheTextFormat) {
   ASSERT_EQ(TMXAddBookmarkMetadata(f, 0, kKeyNote, "A&#66;C", 7), TMX_OK);
   const ByteVec jpeg = {0xFF, 0xD8, 0x00, 0x10, 0x00, 0xFF, 0xD9};
   ASSERT_EQ(TMXAddBookmarkMetadata(f, 0, kKeyCover, jpeg.data(), 7), TMX_OK);
-  ASSERT_EQ(Add(f, 5000), TMX_OK);  // the annotated bookmark becomes number 1
-  EXPECT_EQ(TMXGetBookmarkInfo(f, 0, kKeyNote, 0, &size), TMX_ERR_NOT_FOUND);
-  ASSERT_EQ(TMXGetBookmarkMetadata(f, 1, kKeyNote, out, sizeof out), TMX_OK);
+  ASSERT_EQ(TMXGetBookmarkMetadata(f, 0, kKeyNote, out, sizeof out), TMX_OK);
   EXPECT_EQ(text(), "AB;C");
   std::memset(out, 0xEE, sizeof out);
-  EXPECT_EQ(TMXGetBookmarkMetadata(f, 1, kKeyCover, out, 6), TMX_ERR_BUFFER);
-  ASSERT_EQ(TMXGetBookmarkMetadata(f, 1, kKeyCover, out, 7), TMX_OK);
+  EXPECT_EQ(TMXGetBookmarkMetadata(f, 0, kKeyCover, out, 6), TMX_ERR_BUFFER);
+  ASSERT_EQ(TMXGetBookmarkMetadata(f, 0, kKeyCover, out, 7), TMX_OK);
   EXPECT_EQ(ByteVec(out, out + 8), Concat({jpeg, {0xEE}}));
-  EXPECT_EQ(TMXGetBookmarkMetadata(f, 1, kKeyAlias, out, 7), TMX_ERR_NOT_FOUND);
   EXPECT_EQ(ParseList(s.bytes()).bookmarks.at(0).items.at(FourCC("covr")), jpeg);
   EXPECT_EQ(Be32At(s.bytes(), ParseList(s.bytes()).bookmarks[0].pos + 12 + 16), 0u);
-
-  ASSERT_EQ(TMXDeleteBookmark(f, 0), TMX_OK);
-  ASSERT_EQ(TMXOpenBookmarkList(f, s.position().stream()), TMX_OK);
-  ASSERT_EQ(TMXGetBookmarkInfo(f, 0, kKeyCover, 0, &size), TMX_OK);
-  EXPECT_EQ(size, 7u);
-  EXPECT_EQ(TMXDeleteBookmarkListMetadata(f, kKeyTitle), TMX_OK);
-  EXPECT_EQ(TMXDeleteBookmarkListMetadata(f, kKeyTitle), TMX_ERR_NOT_FOUND);
 }
 
 }  // namespace

@@ -88,7 +88,7 @@ ParsedList ParseList(const ByteVec& b) {
     EXPECT_EQ(l.freePos, 0u) << "an atom behind the trailing free atom at " << pos;
     if (pos == l.bmet + 12) {
       EXPECT_EQ(type, "blst");
-      l.listItems = Items(b, pos + 12, pos + size);
+      Items(b, pos + 12, pos + size);
     } else if (type == "bmrk") {
       l.bookmarks.push_back({pos, Be32At(b, pos + 8), Items(b, pos + 12, pos + size)});
     } else {

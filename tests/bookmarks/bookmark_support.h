@@ -20,7 +20,6 @@ namespace tmx::test {
 
 inline constexpr std::uint32_t kKeyTitle = FourCC("@tit"), kKeyCover = FourCC("@car"),
                                kKeyAlias = FourCC("@ual"), kKeyNote = FourCC("@sde");
-inline constexpr std::uint32_t kItemTitle = 0xA96E616D, kItemNote = 0xA9636D74;
 
 // A programme of `frames` frames (1300: about a minute) with a "@pid"
 // (none when `pid` is empty).
@@ -51,7 +50,6 @@ struct ParsedBookmark {
 };
 struct ParsedList {
   std::uint32_t moov = 0, udta = 0, bmet = 0;
-  std::map<std::uint32_t, ByteVec> listItems;
   std::vector<ParsedBookmark> bookmarks;  // in file order
   std::uint32_t freePos = 0, freeSize = 0;
 };

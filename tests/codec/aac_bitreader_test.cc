@@ -21,9 +21,13 @@ std::uint32_t Field(const std::vector<std::uint8_t>& d, std::size_t pos, int n) 
   return v;
 }
 
-TEST(AacBitReader, FieldsOfEveryWidthAcrossTheWrap) {
-  auto buffer = std::make_unique<BitBuffer>();
-  buffer->Reset();
+class AacBitReader : public ::testing::Test {
+ protected:
+  void SetUp() override { buffer->Reset(); }
+  std::unique_ptr<BitBuffer> buffer = std::make_unique<BitBuffer>();
+};
+
+TEST_F(AacBitReader, FieldsOfEveryWidthAcrossTheWrap) {
   std::mt19937 rng(7);
   // Frames of awkward sizes walk the write position around the ring several times.
   for (int frame = 0; frame < 40; ++frame) {
@@ -44,9 +48,7 @@ TEST(AacBitReader, FieldsOfEveryWidthAcrossTheWrap) {
   }
 }
 
-TEST(AacBitReader, ReadsPastTheFrameGiveZerosAndMarkOverrun) {
-  auto buffer = std::make_unique<BitBuffer>();
-  buffer->Reset();
+TEST_F(AacBitReader, ReadsStopAtTheFrameWhichTheRingLimits) {
   const std::uint8_t first[] = {0xFF, 0xFF, 0xFF};
   const std::uint8_t second[] = {0xA5};
   ASSERT_TRUE(buffer->Load(first, 3));
@@ -58,35 +60,25 @@ TEST(AacBitReader, ReadsPastTheFrameGiveZerosAndMarkOverrun) {
   EXPECT_EQ(br.position(), 8u);
   EXPECT_EQ(br.Read(32), 0u);
   EXPECT_EQ(br.remaining(), 0u);
-}
-
-TEST(AacBitReader, SkipAndAlignStayInsideTheFrame) {
-  auto buffer = std::make_unique<BitBuffer>();
-  buffer->Reset();
+  // Skip and ByteAlign stop at the frame's end too.
   const std::uint8_t data[] = {0x12, 0x34, 0x56};
   ASSERT_TRUE(buffer->Load(data, 3));
-  BitReader br(*buffer);
-  br.Read(3);
-  br.ByteAlign();
-  EXPECT_EQ(br.position(), 8u);
-  br.ByteAlign();
-  EXPECT_EQ(br.position(), 8u);
-  EXPECT_EQ(br.Read(8), 0x34u);
-  br.Skip(8);
-  EXPECT_FALSE(br.overrun());
-  br.Skip(1);
-  EXPECT_TRUE(br.overrun());
-  EXPECT_EQ(br.position(), 24u);
-}
-
-TEST(AacBitReader, FrameSizeIsLimitedToTheRing) {
-  auto buffer = std::make_unique<BitBuffer>();
-  buffer->Reset();
-  std::vector<std::uint8_t> data(kBitBufferBytes + 1, 0x5A);
-  EXPECT_FALSE(buffer->Load(data.data(), kBitBufferBytes + 1));
-  ASSERT_TRUE(buffer->Load(data.data(), kBitBufferBytes));
-  BitReader br(*buffer);
-  EXPECT_EQ(br.remaining(), kBitBufferBytes * 8);
+  BitReader aligned(*buffer);
+  aligned.Read(3);
+  aligned.ByteAlign();
+  EXPECT_EQ(aligned.position(), 8u);
+  aligned.ByteAlign();
+  EXPECT_EQ(aligned.Read(8), 0x34u);
+  aligned.Skip(8);
+  EXPECT_FALSE(aligned.overrun());
+  aligned.Skip(1);
+  EXPECT_TRUE(aligned.overrun());
+  EXPECT_EQ(aligned.position(), 24u);
+  // Frames are limited to the ring's size.
+  std::vector<std::uint8_t> big(kBitBufferBytes + 1, 0x5A);
+  EXPECT_FALSE(buffer->Load(big.data(), kBitBufferBytes + 1));
+  ASSERT_TRUE(buffer->Load(big.data(), kBitBufferBytes));
+  EXPECT_EQ(BitReader(*buffer).remaining(), kBitBufferBytes * 8);
   EXPECT_TRUE(buffer->Load(nullptr, 0));
   BitReader empty(*buffer);
   EXPECT_EQ(empty.Read(1), 0u);

@@ -3,16 +3,12 @@
 // files. The ThreadSanitizer build runs this too.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <thread>
 #include <vector>
 
-#include "codec/speech/layout.h"
 #include "speech/speech_test_util.h"
 #include "support/memory_stream.h"
-#include "writer/legacy_writer.h"
+#include "support/test_data.h"
 #include "writer/writer.h"
 
 namespace tmx {
@@ -22,8 +18,7 @@ using Bytes = std::vector<std::uint8_t>;
 using Pcm = std::vector<std::int16_t>;
 
 Bytes AacProgramme(const char* clip) {
-  std::ifstream in(std::string(TMX_TEST_DATA_DIR) + "/" + clip, std::ios::binary);
-  const Bytes adts(std::istreambuf_iterator<char>(in), {});
+  const Bytes adts = test::ReadTestData(clip);  // the plan only points at it
   writer::ProgrammeSpec plan;
   plan.adts = adts;
   test::MemoryStream out;
@@ -32,16 +27,8 @@ Bytes AacProgramme(const char* clip) {
 }
 
 Bytes SpeechProgramme(int mode) {
-  const Pcm clip = speech::test::LoadClip(mode == 3 ? "speech8k" : "speech16k");
-  const Bytes packets = speech::test::Encode(mode, Pcm(clip.begin(), clip.begin() + 24000));
-  writer::LegacyProgramme programme;
-  programme.codecId = mode == 3 ? writer::kLegacyCodecSpeech8 : writer::kLegacyCodecSpeech16;
-  const std::size_t size = speech::LayoutForMode(mode)->packetBytes;
-  for (std::size_t i = 0; i + size <= packets.size(); i += size)
-    programme.frames.emplace_back(packets.begin() + i, packets.begin() + i + size);
-  test::MemoryStream out;
-  EXPECT_EQ(writer::WriteLegacyProgramme(programme, out.stream(), nullptr), TMX_OK);
-  return out.data();
+  return speech::test::LegacyProgramme(
+      mode, speech::test::Encode(mode, speech::test::Clip(mode, 0, 24000)));
 }
 
 // Plays the programme to its end, decoding every frame, twice over (the

@@ -10,26 +10,6 @@ namespace {
 
 using test::MemoryStream;
 
-TEST(StreamIo, ReadsBigEndianNumbersAndAtomHeaders) {
-  MemoryStream m(test::Concat({{0xAB, 0x12, 0x34}, test::Be32(0xDEADBEEF), test::Be32(24), test::V("moov")}));
-  std::uint8_t b = 0;
-  std::uint16_t h = 0;
-  std::uint32_t w = 0, size = 0, type = 0;
-  EXPECT_EQ(ReadU8(m.stream(), &b), TMX_OK);
-  EXPECT_EQ(ReadU16(m.stream(), &h), TMX_OK);
-  EXPECT_EQ(ReadU32(m.stream(), &w), TMX_OK);
-  EXPECT_EQ(ReadAtomHeader(m.stream(), &size, &type), TMX_OK);
-  EXPECT_EQ(b, 0xAB);
-  EXPECT_EQ(h, 0x1234);
-  EXPECT_EQ(w, 0xDEADBEEFu);
-  EXPECT_EQ(size, 24u);
-  EXPECT_EQ(type, FourCC("moov"));
-  // At the end nothing is stored.
-  w = 5;
-  EXPECT_EQ(ReadU32(m.stream(), &w), TMX_ERR_READ);
-  EXPECT_EQ(w, 5u);
-}
-
 TEST(StreamIo, ShortFourByteReadSucceedsWithTheBytesItGot) {
   MemoryStream m({0x12, 0x34});
   std::uint32_t w = 0;
@@ -60,13 +40,6 @@ TEST(StreamIo, ExactTransfersReportShortCounts) {
   EXPECT_EQ(WriteExactAt(m.stream(), 0, data), TMX_ERR_WRITE);
   m.ops().Seek = [](TMXStream*, std::uint32_t) -> std::int32_t { return TMX_ERR_HANDLE; };
   EXPECT_EQ(ReadExactAt(m.stream(), 0, buf), TMX_ERR_SEEK);
-}
-
-TEST(FourCCs, LoweringTouchesCapitalLettersOnly) {
-  EXPECT_EQ(LowerFourCC(FourCC("FTYP")), FourCC("ftyp"));
-  EXPECT_EQ(LowerFourCC(FourCC("M4B ")), FourCC("m4b "));
-  EXPECT_EQ(LowerFourCC(FourCC("@[Z]")), FourCC("@[z]"));
-  EXPECT_EQ(LowerFourCC(0xC1D2E3F4), 0xC1D2E3F4u);
 }
 
 }  // namespace

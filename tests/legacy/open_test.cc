@@ -7,7 +7,6 @@
 
 #include "container/legacy/handler.h"
 #include "legacy/legacy_files.h"
-#include "support/fault_loops.h"
 
 namespace tmx::legacy::test {
 namespace {
@@ -169,14 +168,6 @@ TEST(LegacyOpen, ChapterList) {
   TMXGetChapterCount(none.f(), &count);
   EXPECT_EQ(count, 0u);
   EXPECT_EQ(none.Read(), Frame(0));
-}
-
-TEST(LegacyOpen, EveryAllocationFailureOfOpenIsCleanedUp) {
-  LegacyProgramme p = Programme(40);
-  p.chapters = {{20, 0}, {20, 0}};
-  const ByteVec bytes = Write(p);
-  // The file, the reader's state, the chapter starts and the segment table.
-  EXPECT_EQ(::tmx::test::FailEachAllocation({"open", [&] { return Book(bytes).rc(); }}), 4);
 }
 
 TEST(LegacyWriter, RefusesInvalidInput) {

@@ -1,14 +1,10 @@
 // Frames of the older container through the playback exports: reading across
-// segment ends, describing, seeking, chapters, broken chains and decoding;
-// and damaged programmes: whatever bytes are changed, opening, reading,
-// seeking and metadata lookups stay within the file and free what they take.
+// segment ends, describing, seeking, chapters, broken chains and decoding.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 
 #include "codec/codec.h"
-#include "exercise.h"
 #include "legacy/legacy_files.h"
 #include "util/alloc.h"
 
@@ -246,34 +242,6 @@ TEST(LegacyDecode, DecodesTheWholeBlocksThatFitTheBuffer) {
   const ByteVec frame = mp3.Read();
   EXPECT_EQ(TMXDecodePCMFrame(mp3.f(), frame.data(), 104, pcm.data(), 2000, &length),
             TMX_ERR_NO_DECODER);
-}
-
-TEST(LegacyDamage, ChangedBytesAreSurvived) {
-  LegacyProgramme p = Programme(30);
-  p.chapters = {{10, 2}, {15, 0}, {5, 1}};
-  p.segmentSizes = {50, 7, 0, 100};
-  p.cover = {0xFF, 0xD8, 1, 2, 3, 0xFF, 0xD9};
-  LegacyLayout layout;
-  const ByteVec good = Write(p, &layout);
-  // Everything but the frames' own bytes: header, table and records.
-  const std::uint32_t structure = layout.records[10].offset + 8;
-  const std::int64_t live = tmx::testing::LiveAllocations();
-  std::mt19937 random(20240601);
-  int opened = 0;
-  for (int round = 0; round < 3000; ++round) {
-    ByteVec bytes = good;
-    const int changes = 1 + int(random() % 4);
-    for (int i = 0; i < changes; ++i) {
-      const std::uint32_t at = random() % (i == 0 ? structure : std::uint32_t(bytes.size()));
-      bytes[at] = std::uint8_t(random() % 3 == 0 ? 0xFF : random());
-    }
-    Book b(bytes, round % 2 == 0);
-    if (b.rc() != TMX_OK) continue;
-    ++opened;
-    tmx::fuzz::ExerciseProgramme(b.f());
-  }
-  EXPECT_GT(opened, 1000);
-  EXPECT_EQ(tmx::testing::LiveAllocations(), live);
 }
 
 }  // namespace

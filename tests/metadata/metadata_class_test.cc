@@ -16,7 +16,6 @@ namespace {
 
 using namespace tmx::test;
 
-
 ByteVec Item(std::uint32_t type, std::uint32_t valueType, const ByteVec& value) {
   const ByteVec data = Atom("data", Concat({Be32(valueType), Be32(0), value}));
   return Concat({Be32(std::uint32_t(data.size() + 8)), Be32(type), data});
@@ -25,20 +24,15 @@ ByteVec Text(std::uint32_t type, const std::string& value) { return Item(type, 1
 
 const ByteVec kCover = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J', 'F', 'I', 'F', 0x00, 0xFF, 0xD9};
 
-struct Tags {
-  bool shortTitle = true;
-  bool number = true;
-  bool cover = true;
-};
-
-// Every tag the class reads, in the encodings a programme may use.
-ByteVec Programme(const Tags& t) {
+// Every tag the class reads, in the encodings a programme may use; a bare one
+// lacks "@sti", "@tnu" and the cover and has another title.
+ByteVec Programme(bool full = true) {
   const std::u16string narrator = u"Na\u00EFve Narrator";
   ByteVec utf16(narrator.size() * 2);
   std::memcpy(utf16.data(), narrator.data(), utf16.size());
   ByteVec ilst = Concat({
       Text(0xA96E616D,
-           "Der Titel \xE2\x80\x94 Gr\u00FC\u00DFe"),  // em dash dropped
+           full ? "Der Titel \xE2\x80\x94 Gr\u00FC\u00DFe" : "Bare"),  // em dash dropped
       Text(0xA9415254, "Author"),
       Text(FourCC("@cat"), "Category"),
       Text(FourCC("cprt"), "(c) 2024"),
@@ -52,10 +46,12 @@ ByteVec Programme(const Tags& t) {
       Text(FourCC("ausr"), "J\xC3\xB6rg"),
   });
   auto add = [&](const ByteVec& item) { ilst.insert(ilst.end(), item.begin(), item.end()); };
-  if (t.shortTitle) add(Text(FourCC("@sti"), "Short"));
-  // Delivered as single-byte text into four bytes: "123" and a terminator.
-  if (t.number) add(Item(FourCC("@tnu"), 0, V("1234")));
-  if (t.cover) add(Item(FourCC("covr"), 13, kCover));
+  if (full) {
+    add(Text(FourCC("@sti"), "Short"));
+    // Delivered as single-byte text into four bytes: "123" and a terminator.
+    add(Item(FourCC("@tnu"), 0, V("1234")));
+    add(Item(FourCC("covr"), 13, kCover));
+  }
   ProgrammeSpec layout;
   layout.ilst = ilst;
   TrackSpec audio;
@@ -74,7 +70,7 @@ class MetadataClass : public ::testing::Test {
 };
 
 TEST_F(MetadataClass, CollectsTagsAndProperties) {
-  const std::wstring path = Write("book.tmx", Programme({}));
+  const std::wstring path = Write("book.tmx", Programme());
   CTesmoraMetadata m;
   ASSERT_EQ(m.OpenTMXFile(path.c_str()), 1);
   EXPECT_EQ(m.title, L"Der Titel  Gr\u00FC\u00DFe");
@@ -95,9 +91,6 @@ TEST_F(MetadataClass, CollectsTagsAndProperties) {
   EXPECT_EQ(m.trackNumberHigh, 0x0033u);
   ASSERT_NE(m.cover, nullptr);
   EXPECT_EQ(ByteVec(m.cover, m.cover + m.coverSize), kCover);
-  for (const std::wstring* unused : {&m.reserved1, &m.reserved2, &m.reserved3, &m.reserved4,
-                                     &m.reserved5, &m.reserved6, &m.reserved7, &m.reserved8})
-    EXPECT_TRUE(unused->empty());
   EXPECT_EQ(m.secondBuffer, nullptr);
   EXPECT_EQ(m.secondBufferSize, 0u);
 
@@ -118,32 +111,25 @@ TEST_F(MetadataClass, CollectsTagsAndProperties) {
 }
 
 TEST_F(MetadataClass, MissingItemsLeaveTheirMembers) {
-  const std::wstring path = Write("bare.tmx", Programme({false, false, false}));
-  CTesmoraMetadata m;
-  ASSERT_EQ(m.OpenTMXFile(path.c_str()), 1);
-  EXPECT_EQ(m.shortTitle, m.title);  // no "@sti": a copy of the title
-  EXPECT_FALSE(m.title.empty());
+  const std::wstring full = Write("full.tmx", Programme());
+  const std::wstring bare = Write("bare.tmx", Programme(false));
+  CTesmoraMetadata fresh;
+  ASSERT_EQ(fresh.OpenTMXFile(bare.c_str()), 1);
+  EXPECT_EQ(fresh.title, L"Bare");
+  EXPECT_EQ(fresh.shortTitle, L"Bare");  // no "@sti": a copy of the title
   // Without "@tnu" the alias is never kept, although the programme has one.
-  EXPECT_EQ(m.trackNumberLow, 0u);
-  EXPECT_EQ(m.trackNumberHigh, 0u);
-  EXPECT_TRUE(m.userAlias.empty());
-  EXPECT_EQ(m.cover, nullptr);
-  EXPECT_EQ(m.coverSize, 0u);
-}
+  EXPECT_EQ(fresh.trackNumberLow, 0u);
+  EXPECT_EQ(fresh.trackNumberHigh, 0u);
+  EXPECT_TRUE(fresh.userAlias.empty());
+  EXPECT_EQ(fresh.cover, nullptr);
+  EXPECT_EQ(fresh.coverSize, 0u);
 
-TEST_F(MetadataClass, ASecondOpenOverwritesWhatItReads) {
-  const std::wstring full = Write("full.tmx", Programme({}));
-  ProgrammeSpec layout;
-  layout.ilst = Text(0xA96E616D, "Other");
-  layout.tracks.push_back(TrackSpec{});
-  layout.tracks[0].samples = MakeFrames(5);
-  const std::wstring other = Write("other.tmx", BuildProgramme(layout).bytes);
+  // A second open overwrites only what it reads.
   CTesmoraMetadata m;
   ASSERT_EQ(m.OpenTMXFile(full.c_str()), 1);
-  ASSERT_EQ(m.OpenTMXFile(other.c_str()), 1);
-  EXPECT_EQ(m.title, L"Other");
+  ASSERT_EQ(m.OpenTMXFile(bare.c_str()), 1);
+  EXPECT_EQ(m.title, L"Bare");
   EXPECT_EQ(m.shortTitle, L"Short");  // not empty, so no copy of the new title
-  EXPECT_EQ(m.author, L"Author");
   EXPECT_EQ(m.userAlias, L"J\u00F6rg");
   EXPECT_EQ(m.trackNumberLow, 0x3231u);
   EXPECT_EQ(m.cover, nullptr);  // the second programme has none
@@ -166,17 +152,10 @@ TEST_F(MetadataClass, UnopenableProgrammesTouchNothing) {
     EXPECT_EQ(m.trackNumberHigh, 5u);
     EXPECT_EQ(m.cover, nullptr);
   }
-  // On a fresh object closing changes nothing.
-  CTesmoraMetadata fresh;
-  EXPECT_EQ(fresh.CloseTMXFile(), 1);
-  EXPECT_TRUE(fresh.title.empty());
-  EXPECT_EQ(fresh.cover, nullptr);
-  EXPECT_EQ(fresh.duration, 0u);
 }
 
 TEST_F(MetadataClass, AllocationFailuresLeakNothing) {
-  const std::wstring path = Write("book.tmx", Programme({}));
-  int failures = 0;
+  const std::wstring path = Write("book.tmx", Programme());
   for (std::uint64_t k = 1; k < 400; ++k) {
     const std::int64_t live = testing::LiveAllocations();
     const std::uint64_t made = testing::AllocationCount();
@@ -195,9 +174,7 @@ TEST_F(MetadataClass, AllocationFailuresLeakNothing) {
       EXPECT_EQ(rc, 1);
       break;
     }
-    ++failures;
   }
-  EXPECT_GT(failures, 10);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,7 +10,6 @@
 #include "metadata/key_table.h"
 #include "metadata/queries.h"
 #include "support/fault_loops.h"
-#include "util/alloc.h"
 #include "util/status.h"
 
 namespace tmx {
@@ -62,13 +60,13 @@ Guarded Get(TMXFile* f, std::uint32_t key, std::uint32_t capacity = 64) {
       capacity, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetMetadata(f, key, b, n); });
 }
 
-// Single-byte or UTF-8 text up to its terminator; "<rc>" on failure.
+// Single-byte or UTF-8 text up to its terminator (a missing one shows the
+// guard bytes); "<rc>" on failure.
+std::string Shown(const Guarded& g) {
+  return g.rc == TMX_OK ? UpToZero(g.bytes) : "<" + std::to_string(g.rc) + ">";
+}
 std::string Text(TMXFile* f, std::uint32_t key, std::uint32_t capacity = 64) {
-  const Guarded r = Get(f, key, capacity);
-  if (r.rc != TMX_OK) return "<" + std::to_string(r.rc) + ">";
-  const auto end = std::find(r.bytes.begin(), r.bytes.end(), 0);
-  EXPECT_NE(end, r.bytes.end()) << "no terminator";
-  return std::string(r.bytes.begin(), end);
+  return Shown(Get(f, key, capacity));
 }
 
 std::int64_t Needed(TMXFile* f, std::uint32_t key, std::uint32_t locale = 0) {
@@ -81,9 +79,9 @@ std::int64_t Needed(TMXFile* f, std::uint32_t key, std::uint32_t locale = 0) {
   return size;
 }
 
-TEST(MetadataQueries, ArgumentChecks) {
+TEST(MetadataQueries, ArgumentChecksAndRefusalsWithoutAHandler) {
   std::uint8_t buf[4];
-  std::uint32_t v = 0;
+  std::uint32_t v = 0, locales[2];
   EXPECT_EQ(TMXSetMetadataLocale(nullptr, 1), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetMetadataLocaleList(nullptr, nullptr, nullptr), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetMetadataInfo(nullptr, 0, 0, nullptr), TMX_ERR_HANDLE);
@@ -92,7 +90,7 @@ TEST(MetadataQueries, ArgumentChecks) {
   EXPECT_EQ(TMXGetChapterMetadata(nullptr, 0, 0, nullptr, 0), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetUseralias(nullptr, nullptr, nullptr), TMX_ERR_HANDLE);
 
-  OpenProgramme p(Book(Item(kTitle, {Data(1, 0, "T")})));
+  OpenProgramme p(Book(Item(kTitle, {Data(1, 0, "T")}), 2));
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXFile* f = p.file();
   EXPECT_EQ(TMXGetMetadataLocaleList(f, nullptr, &v), TMX_ERR_ARGUMENT);
@@ -103,76 +101,35 @@ TEST(MetadataQueries, ArgumentChecks) {
   EXPECT_EQ(TMXGetChapterMetadata(f, 5, FourCC("@tit"), nullptr, 4), TMX_ERR_ARGUMENT);
   EXPECT_EQ(TMXGetUseralias(f, nullptr, &v), TMX_ERR_ARGUMENT);
   EXPECT_EQ(TMXGetUseralias(f, buf, nullptr), TMX_ERR_ARGUMENT);
+
+  const FormatHandler* real = f->formatHandler;
+  f->formatHandler = &kNullHandler;
+  v = 9;
+  EXPECT_EQ(TMXGetMetadataInfo(f, FourCC("@tit"), 0, &v), TMX_ERR_UNSUPPORTED);
+  EXPECT_EQ(v, 0u);
+  EXPECT_EQ(TMXGetChapterMetadata(f, 0, FourCC("@tit"), buf, 4), TMX_ERR_UNSUPPORTED);
+  v = 2;
+  EXPECT_EQ(TMXGetMetadataLocaleList(f, locales, &v), TMX_ERR_UNSUPPORTED);
+  f->formatHandler = real;
 }
 
-TEST(MetadataQueries, EveryKeyFindsItsItemType) {
-  struct Row {
-    char key[5];
-    const char* dictionaryName;
-    std::uint32_t itemType;
-  };
-  // Transcribed from the container's vocabulary, independently of the table.
-  const Row rows[] = {
-      {"@aut", "author", 0xA9415254},
-      {"@cat", "category", FourCC("@cat")},
-      {"@cop", "copyright", FourCC("cprt")},
-      {"@car", "", FourCC("covr")},
-      {"@lde", "long_description", 0xA9646573},
-      {"@nar", "narrator", 0xA96E7274},
-      {"@ppi", "parent_id", FourCC("@ppi")},
-      {"@pti", "parent_title", FourCC("@pti")},
-      {"@pid", "product_id", FourCC("prID")},
-      {"@pro", "provider", 0xA9707562},
-      {"@pda", "pubdate", 0xA9646179},
-      {"@sde", "description", 0xA9636D74},
-      {"@sti", "short_title", FourCC("@sti")},
-      {"@sub", "genre", FourCC("@sub")},
-      {"@tit", "title", 0xA96E616D},
-      {"@ual", "user_alias", FourCC("ausr")},
-  };
-  ByteVec ilst;
-  for (const Row& r : rows) {
-    const std::uint32_t key = FourCC(r.key);
-    EXPECT_EQ(ItemTypeForKey(key), r.itemType) << r.key;
-    EXPECT_EQ(DictionaryNameForKey(key), r.dictionaryName) << r.key;
-    const ByteVec item = Item(r.itemType, {Data(1, 0, std::string("value of ") + r.key)});
-    ilst.insert(ilst.end(), item.begin(), item.end());
-  }
-  // Keys outside the table address the item of the same four bytes.
-  for (const ByteVec& item : {Item(FourCC("trkn"), {Data(0, 0, "seven")}),
-                              Item(FourCC("@xyz"), {Data(0, 0, "unknown key")})})
-    ilst.insert(ilst.end(), item.begin(), item.end());
-  EXPECT_EQ(DictionaryNameForKey(FourCC("trkn")), "");
-
-  OpenProgramme p(Book(ilst));
+// The table's keys are all read through the class test; here the lookups around it.
+TEST(MetadataQueries, KeysFindItemTypesComparedWithoutFoldingCapitals) {
+  OpenProgramme p(Book(Concat(
+      {Item(kTitle, {Data(1, kEn, "English only")}), Item(FourCC("trkn"), {Data(0, 0, "seven")}),
+       Item(FourCC("COVR"), {Data(13, 0, "jpeg")}), Item(FourCC("@CAT"), {Data(1, 0, "Fiction")}),
+       Item(kTitle, {Data(1, 0, "Title")})})));
   ASSERT_EQ(p.rc(), TMX_OK);
-  for (const Row& r : rows) {
-    const std::uint32_t key = FourCC(r.key);
-    const std::string value = std::string("value of ") + r.key;
-    if (key == kCoverKey || key == kUserAliasKey) {
-      const Guarded raw = Get(p.file(), key, std::uint32_t(value.size()));
-      EXPECT_EQ(raw.rc, TMX_OK) << r.key;
-      EXPECT_EQ(std::string(raw.bytes.begin(), raw.bytes.end()), value);
-    } else {
-      EXPECT_EQ(Text(p.file(), key), value);
-    }
-  }
+  EXPECT_EQ(Text(p.file(), FourCC("@tit")), "Title");
+  EXPECT_EQ(Text(p.file(), kTitle), "Title");  // the item type itself, though no key of the table
   EXPECT_EQ(Text(p.file(), FourCC("trkn")), "seven");
-  EXPECT_EQ(Text(p.file(), FourCC("@xyz")), "unknown key");
-  // The item type itself is no key of the table, yet it finds the item.
-  EXPECT_EQ(Text(p.file(), kTitle), "value of @tit");
-  EXPECT_EQ(Text(p.file(), FourCC("@zzz")), "<-25>");
-}
-
-TEST(MetadataQueries, ItemTypesAreComparedWithoutFoldingCapitals) {
-  OpenProgramme p(Book(Concat({Item(FourCC("COVR"), {Data(13, 0, "jpeg")}),
-                               Item(FourCC("@CAT"), {Data(1, 0, "Fiction")}),
-                               Item(FourCC("TRKN"), {Data(1, 0, "1")})})));
-  ASSERT_EQ(p.rc(), TMX_OK);
+  EXPECT_EQ(Text(p.file(), FourCC("@CAT")), "Fiction");  // as a key outside the table
   EXPECT_EQ(Needed(p.file(), FourCC("@car")), TMX_ERR_NOT_FOUND);
   EXPECT_EQ(Needed(p.file(), FourCC("@cat")), TMX_ERR_NOT_FOUND);
-  EXPECT_EQ(Needed(p.file(), FourCC("trkn")), TMX_ERR_NOT_FOUND);
-  EXPECT_EQ(Text(p.file(), FourCC("@CAT")), "Fiction");  // as a key outside the table
+  EXPECT_EQ(Text(p.file(), FourCC("@zzz")), "<-25>");
+  // The first title item has no default variant: the later one served above.
+  TMXSetMetadataLocale(p.file(), kEn);
+  EXPECT_EQ(Text(p.file(), FourCC("@tit")), "English only");
   // "data" is an atom type, and those are matched in capitals too.
   OpenProgramme q(Book(Item(kTitle, {Atom("DATA", Concat({Be32(1), Be32(0), V("Caps")}))})));
   EXPECT_EQ(Text(q.file(), FourCC("@tit")), "Caps");
@@ -221,28 +178,19 @@ TEST(MetadataQueries, TheLocaleChoosesTheVariant) {
     std::vector<ByteVec> variants;
     std::uint32_t wanted;
     std::string text;  // "<-25>" when there is none
-    std::uint32_t chosenLocale;
   };
   const Case cases[] = {
-      {"exact",
-       {Data(1, 0, "Default"), Data(1, kEn, "English"), Data(1, kDe, "Deutsch")},
-       kDe,
-       "Deutsch",
-       kDe},
-      {"fallback", {Data(1, 0, "Default"), Data(1, kEn, "English")}, kFr, "Default", 0},
-      {"last default wins",
-       {Data(1, 0, "first"), Data(1, kEn, "E"), Data(1, 0, "last")},
-       kFr,
-       "last",
-       0},
-      {"locale 0 is an exact match", {Data(1, 0, "first"), Data(1, 0, "last")}, 0, "first", 0},
+      {"exact", {Data(1, 0, "Def"), Data(1, kEn, "En"), Data(1, kDe, "De")}, kDe, "De"},
+      {"fallback", {Data(1, 0, "Default"), Data(1, kEn, "English")}, kFr, "Default"},
+      {"last default wins", {Data(1, 0, "a"), Data(1, kEn, "E"), Data(1, 0, "b")}, kFr, "b"},
+      {"locale 0 is an exact match", {Data(1, 0, "first"), Data(1, 0, "last")}, 0, "first"},
       // An exact match ends the walk; an empty one gives way only to a default seen before it.
-      {"empty exact after default", {Data(1, 0, "Default"), Data(1, kEn, "")}, kEn, "Default", 0},
-      {"empty exact before default", {Data(1, kEn, ""), Data(1, 0, "Default")}, kEn, "", kEn},
-      {"empty exact alone", {Data(1, kEn, "")}, kEn, "", kEn},
-      {"neither", {Data(1, kEn, "English"), Data(1, kDe, "Deutsch")}, kFr, "<-25>", 0},
-      {"other children skipped", {Atom("name", V("xx")), Data(1, kEn, "E")}, kEn, "E", kEn},
-      {"no variants", {Atom("mean", V("yy"))}, 0, "<-25>", 0},
+      {"empty exact after default", {Data(1, 0, "Default"), Data(1, kEn, "")}, kEn, "Default"},
+      {"empty exact before default", {Data(1, kEn, ""), Data(1, 0, "Default")}, kEn, ""},
+      {"empty exact alone", {Data(1, kEn, "")}, kEn, ""},
+      {"neither", {Data(1, kEn, "English"), Data(1, kDe, "Deutsch")}, kFr, "<-25>"},
+      {"other children skipped", {Atom("name", V("xx")), Data(1, kEn, "E")}, kEn, "E"},
+      {"no variants", {Atom("mean", V("yy"))}, 0, "<-25>"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -255,78 +203,44 @@ TEST(MetadataQueries, TheLocaleChoosesTheVariant) {
     ASSERT_EQ(TMXSetMetadataLocale(p.file(), c.wanted), TMX_OK);
     EXPECT_EQ(Text(p.file(), FourCC("@tit")), c.text);
     const std::int64_t needed = Needed(p.file(), FourCC("@tit"), c.wanted);
-    if (c.text == "<-25>") {
-      EXPECT_EQ(needed, TMX_ERR_NOT_FOUND);
-    } else {
-      EXPECT_EQ(needed, c.text.empty() ? 0 : std::int64_t(c.text.size() + 2));
-      std::uint32_t locale = c.wanted, kind = 9, offset = 0, size = 9;
-      ASSERT_EQ(p.handler().GetMetadataItem(&p.file()->reader, 0xFFFFFFFF, FourCC("@tit"), &locale, &kind,
-                                            &offset, &size),
-                TMX_OK);
-      EXPECT_EQ(locale, c.chosenLocale);
-      EXPECT_EQ(kind, 1u);
-      EXPECT_EQ(size, c.text.size());
-    }
+    const std::int64_t size = c.text.empty() ? 0 : std::int64_t(c.text.size() + 2);
+    EXPECT_EQ(needed, c.text == "<-25>" ? TMX_ERR_NOT_FOUND : size);
     // The two settings are independent: Info ignores the stored locale.
     ASSERT_EQ(TMXSetMetadataLocale(p.file(), 0x12345678), TMX_OK);
     EXPECT_EQ(Needed(p.file(), FourCC("@tit"), c.wanted), needed);
   }
 }
 
-TEST(MetadataQueries, ALaterItemOfTheSameTypeIsTried) {
-  OpenProgramme p(Book(Concat({Item(kTitle, {Data(1, kEn, "English only")}),
-                               Item(FourCC("cprt"), {Data(1, 0, "(c)")}),
-                               Item(kTitle, {Data(1, 0, "Second item")})})));
-  ASSERT_EQ(p.rc(), TMX_OK);
-  TMXSetMetadataLocale(p.file(), kDe);
-  EXPECT_EQ(Text(p.file(), FourCC("@tit")), "Second item");
-  TMXSetMetadataLocale(p.file(), kEn);
-  EXPECT_EQ(Text(p.file(), FourCC("@tit")), "English only");
-}
-
+// The conversions themselves are checked in the text_convert tests; here each
+// value type reaches them with its kind and the handle's format.
 TEST(MetadataQueries, TextIsDeliveredInEveryFormat) {
   const std::u16string wide = u"Gr\u00FC\u00DFe \u20AC\U0001F600";
+  const std::string utf8 = "Gr\u00FC\u00DFe \xE2\x82\xAC\xF0\x9F\x98\x80";
   ByteVec utf16(wide.size() * 2);
   std::memcpy(utf16.data(), wide.data(), utf16.size());
-  OpenProgramme p(Book(Concat({
-      Item(FourCC("utf8"), {Data(1, 0, "Gr\u00FC\u00DFe \xE2\x82\xAC\xF0\x9F\x98\x80")}),
-      Item(FourCC("ut16"), {Data(2, 0, utf16)}),
-      Item(FourCC("sing"), {Data(0, 0, "Gr&#252;&#223;e \xA9\x7F&#8364;")}),
-  })));
+  OpenProgramme p(Book(
+      Concat({Item(FourCC("utf8"), {Data(1, 0, utf8)}), Item(FourCC("ut16"), {Data(2, 0, utf16)}),
+              Item(FourCC("sing"), {Data(0, 0, "Gr&#252;e \xA9")})})));
   ASSERT_EQ(p.rc(), TMX_OK);
-  const std::string utf8 = "Gr\u00FC\u00DFe \xE2\x82\xAC\xF0\x9F\x98\x80";
   for (const std::uint32_t key : {FourCC("utf8"), FourCC("ut16")}) {
     SCOPED_TRACE(key);
-    for (std::uint32_t format : {0u, 2u, 7u}) {
-      TMXSetUnicodeFormat(p.file(), format);
-      // Single-byte output keeps Latin-1 and drops the rest.
-      EXPECT_EQ(Text(p.file(), key), "Gr\374\337e ");
-    }
+    TMXSetUnicodeFormat(p.file(), 7);
+    EXPECT_EQ(Text(p.file(), key), "Gr\374\337e ");  // Latin-1 kept, the rest dropped
     TMXSetUnicodeFormat(p.file(), 1);
     EXPECT_EQ(Text(p.file(), key), utf8);
     TMXSetUnicodeFormat(p.file(), 3);
-    const Guarded r = Get(p.file(), key, 64);
-    ASSERT_EQ(r.rc, TMX_OK);
-    EXPECT_EQ(Utf16At(r.bytes), wide);
+    EXPECT_EQ(Utf16At(Get(p.file(), key).bytes), wide);
   }
-  // Single-byte values decode numeric references (modulo 256); a ';' after
-  // the digits is text of its own, in every format.
-  TMXSetUnicodeFormat(p.file(), 0);
-  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\374;\337;e \xA9\xAC;");
+  EXPECT_EQ(Utf16At(Get(p.file(), FourCC("sing")).bytes), u"Gr\u00FC;e \u00A9");
   TMXSetUnicodeFormat(p.file(), 1);
-  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\u00FC;\u00DF;e \xC2\xA9\x7F\xC2\xAC;");
-  TMXSetUnicodeFormat(p.file(), 3);
-  EXPECT_EQ(Utf16At(Get(p.file(), FourCC("sing"), 64).bytes),
-            u"Gr\u00FC;\u00DF;e \u00A9\x7F\u00AC;");
+  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\u00FC;e \xC2\xA9");
 
   // Short buffers cut the text and still succeed; one byte holds the terminator alone.
+  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 4), "Gr");  // no half of "ü"
   TMXSetUnicodeFormat(p.file(), 0);
   EXPECT_EQ(Text(p.file(), FourCC("utf8"), 1), "");
   EXPECT_EQ(Text(p.file(), FourCC("utf8"), 4), "Gr\xFC");
-  TMXSetUnicodeFormat(p.file(), 1);
-  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 4), "Gr");  // no half of "ü"
-  const Guarded none = Get(p.file(), FourCC("utf8"), 0);
-  EXPECT_EQ(none.rc, TMX_OK);
+  EXPECT_EQ(Get(p.file(), FourCC("utf8"), 0).rc, TMX_OK);
 }
 
 TEST(MetadataQueries, RawKeysNeedTheWholeValue) {
@@ -336,50 +250,46 @@ TEST(MetadataQueries, RawKeysNeedTheWholeValue) {
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(Needed(p.file(), kCoverKey), 8);
   EXPECT_EQ(Get(p.file(), kCoverKey, 7).rc, TMX_ERR_BUFFER);
-  const Guarded exact = Get(p.file(), kCoverKey, 8);  // the guard checks that no terminator follows
-  ASSERT_EQ(exact.rc, TMX_OK);
-  EXPECT_EQ(exact.bytes, jpeg);
-  const Guarded larger = Get(p.file(), kCoverKey, 12);
+  const Guarded larger = Get(p.file(), kCoverKey, 12);  // no terminator follows the value
   ASSERT_EQ(larger.rc, TMX_OK);
-  EXPECT_EQ(ByteVec(larger.bytes.begin(), larger.bytes.begin() + 8), jpeg);
-  EXPECT_EQ(ByteVec(larger.bytes.begin() + 8, larger.bytes.end()), ByteVec(4, kGuard));
+  EXPECT_EQ(larger.bytes, Concat({jpeg, ByteVec(4, kGuard)}));
   // "@ual" is raw at file level too, zero byte and all.
   EXPECT_EQ(Get(p.file(), kUserAliasKey, 5).rc, TMX_ERR_BUFFER);
   const Guarded alias = Get(p.file(), kUserAliasKey, 6);
   ASSERT_EQ(alias.rc, TMX_OK);
   EXPECT_EQ(alias.bytes, V(std::string("al\0ias", 6)));
-  // Raw copies ignore the text format.
+  // Raw copies ignore the text format and fill a buffer of the exact size.
   TMXSetUnicodeFormat(p.file(), 3);
-  EXPECT_EQ(Get(p.file(), kCoverKey, 8).bytes, jpeg);
+  const Guarded exact = Get(p.file(), kCoverKey, 8);
+  EXPECT_EQ(exact.rc, TMX_OK);
+  EXPECT_EQ(exact.bytes, jpeg);
 }
 
 TEST(MetadataQueries, UserAliasIsConvertedFromItsRawValue) {
   OpenProgramme p(
       Book(Item(FourCC("ausr"), {Data(1, 0, "J\xC3\xB6rg"), Data(1, kEn, "Long English")})));
   ASSERT_EQ(p.rc(), TMX_OK);
-  auto alias = [&](std::uint32_t capacity) -> std::string {
-    ByteVec buffer(capacity + 4, kGuard);
-    std::uint32_t size = capacity;
-    const std::int32_t rc = TMXGetUseralias(p.file(), buffer.data(), &size);
-    EXPECT_EQ(size, capacity) << "the size is only read";
-    for (std::size_t i = capacity; i < buffer.size(); ++i) EXPECT_EQ(buffer[i], kGuard);
-    if (rc != TMX_OK) return "<" + std::to_string(rc) + ">";
-    return std::string(buffer.begin(), std::find(buffer.begin(), buffer.end(), 0));
+  auto alias = [&](std::uint32_t capacity) {
+    return ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
+      std::uint32_t size = n;
+      const std::int32_t rc = TMXGetUseralias(p.file(), b, &size);
+      EXPECT_EQ(size, n) << "the size is only read";
+      return rc;
+    });
   };
-  EXPECT_EQ(alias(32), "J\xF6rg");
-  EXPECT_EQ(alias(3), "J\xF6");
+  EXPECT_EQ(Shown(alias(32)), "J\xF6rg");
+  EXPECT_EQ(Shown(alias(3)), "J\xF6");
   TMXSetUnicodeFormat(p.file(), 1);
-  EXPECT_EQ(alias(32), "J\xC3\xB6rg");
+  EXPECT_EQ(Shown(alias(32)), "J\xC3\xB6rg");
   TMXSetUnicodeFormat(p.file(), 3);
-  ByteVec wide(16, kGuard);
-  std::uint32_t size = 16;
-  ASSERT_EQ(TMXGetUseralias(p.file(), wide.data(), &size), TMX_OK);
-  EXPECT_EQ(Utf16At(wide), u"J\u00F6rg");
+  const Guarded wide = alias(16);
+  ASSERT_EQ(wide.rc, TMX_OK);
+  EXPECT_EQ(Utf16At(wide.bytes), u"J\u00F6rg");
   // The size comes from the default variant, the value from the stored
   // locale: a longer variant no longer fits the work buffer.
   TMXSetUnicodeFormat(p.file(), 0);
   TMXSetMetadataLocale(p.file(), kEn);
-  EXPECT_EQ(alias(32), "<-19>");
+  EXPECT_EQ(alias(32).rc, TMX_ERR_BUFFER);
 
   OpenProgramme q(Book(Item(kTitle, {Data(1, 0, "T")})));
   std::uint8_t buffer[8];
@@ -434,25 +344,6 @@ TEST(MetadataQueries, LocaleListsInOrderOfFirstAppearance) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST(MetadataQueries, ChapterMetadataIsUnavailableAfterTheIndexCheck) {
-  OpenProgramme p(Book(Item(kTitle, {Data(1, 0, "T")}), 3));
-  ASSERT_EQ(p.rc(), TMX_OK);
-  std::uint32_t size = 9;
-  std::uint8_t buffer[8];
-  for (std::uint32_t chapter : {0u, 2u}) {
-    size = 9;
-    EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), chapter, FourCC("@tit"), 0, &size),
-              TMX_ERR_NOT_FOUND);
-    EXPECT_EQ(size, 0u);
-    EXPECT_EQ(TMXGetChapterMetadata(p.file(), chapter, FourCC("@tit"), buffer, 8),
-              TMX_ERR_NOT_FOUND);
-  }
-  size = 9;
-  EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), 3, FourCC("@tit"), 0, &size), TMX_ERR_INDEX);
-  EXPECT_EQ(size, 0u);
-  EXPECT_EQ(TMXGetChapterMetadata(p.file(), 3, FourCC("@tit"), buffer, 8), TMX_ERR_INDEX);
-}
-
 TEST(MetadataQueries, ChapterListsFollowOneAnotherFromTheirPosition) {
   // Per-chapter lists appended behind the media data; the reader never
   // finds such a place itself, so the test sets it.
@@ -466,12 +357,21 @@ TEST(MetadataQueries, ChapterListsFollowOneAnotherFromTheirPosition) {
   });
   OpenProgramme p(Concat({book, lists}));
   ASSERT_EQ(p.rc(), TMX_OK);
+  std::uint32_t size = 9;
+  std::uint8_t buffer[8];
+  // Without a known place there is no chapter metadata; the index is checked first.
+  EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), 2, FourCC("@tit"), 0, &size), TMX_ERR_NOT_FOUND);
+  EXPECT_EQ(size, 0u);
+  EXPECT_EQ(TMXGetChapterMetadata(p.file(), 0, FourCC("@tit"), buffer, 8), TMX_ERR_NOT_FOUND);
+  size = 9;
+  EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), 3, FourCC("@tit"), 0, &size), TMX_ERR_INDEX);
+  EXPECT_EQ(size, 0u);
+  EXPECT_EQ(TMXGetChapterMetadata(p.file(), 3, FourCC("@tit"), buffer, 8), TMX_ERR_INDEX);
   p.state().chapterMetadataPos = std::uint32_t(book.size());
   auto chapterText = [&](std::uint32_t chapter, std::uint32_t key, std::uint32_t capacity = 16) {
-    const Guarded g = ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
+    return Shown(ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
       return TMXGetChapterMetadata(p.file(), chapter, key, b, n);
-    });
-    return g.rc == TMX_OK ? UpToZero(g.bytes) : "<" + std::to_string(g.rc) + ">";
+    }));
   };
   EXPECT_EQ(chapterText(0, FourCC("@tit")), "First");
   EXPECT_EQ(chapterText(1, FourCC("@tit")), "<-25>");
@@ -481,7 +381,6 @@ TEST(MetadataQueries, ChapterListsFollowOneAnotherFromTheirPosition) {
   EXPECT_EQ(cover, V("JPG"));
   EXPECT_EQ(chapterText(1, kUserAliasKey, 2), "\xE9");  // "@ual" is text here, cut to fit
   EXPECT_EQ(chapterText(2, FourCC("@tit")), "<-25>");
-  std::uint32_t size = 0;
   ASSERT_EQ(TMXGetChapterMetadataInfo(p.file(), 2, FourCC("@tit"), kEn, &size), TMX_OK);
   EXPECT_EQ(size, 7u);
   TMXSetMetadataLocale(p.file(), kEn);
@@ -527,44 +426,10 @@ TEST(MetadataQueries, DamagedListsFailWithoutReadingOutside) {
   }
 }
 
-// Every lookup leaves the stream where it found it, so metadata can be read
-// between frames.
-TEST(MetadataQueries, LookupsKeepTheStreamPosition) {
-  ProgrammeSpec layout;
-  layout.ilst = Concat({Item(kTitle, {Data(1, 0, "Title")}),
-                        Item(FourCC("covr"), {Data(13, 0, ByteVec(40, 0xD8))}),
-                        Item(FourCC("ausr"), {Data(1, 0, "alias")})});
-  layout.tracks.push_back(AudioTrack(24));
-  OpenProgramme p(BuildProgramme(layout).bytes);
-  ASSERT_EQ(p.rc(), TMX_OK);
-  std::uint8_t buffer[64];
-  std::uint32_t v = 0, locales[4];
-  const std::function<std::int32_t()> calls[] = {
-      [&] { return TMXGetMetadataInfo(p.file(), FourCC("@tit"), 0, &v); },
-      [&] { return TMXGetMetadataInfo(p.file(), FourCC("@nar"), 0, &v); },
-      [&] { return TMXGetMetadata(p.file(), FourCC("@tit"), buffer, 64); },
-      [&] { return TMXGetMetadata(p.file(), kCoverKey, buffer, 64); },
-      [&] { return TMXGetMetadata(p.file(), kCoverKey, buffer, 4); },
-      [&] { return TMXGetMetadata(p.file(), FourCC("@nar"), buffer, 64); },
-      [&] {
-        v = 64;
-        return TMXGetUseralias(p.file(), buffer, &v);
-      },
-      [&] {
-        v = 4;
-        return TMXGetMetadataLocaleList(p.file(), locales, &v);
-      },
-  };
-  ByteVec frame;
-  for (std::uint32_t i = 0; i < 24; ++i) {
-    const std::uint32_t before = p.stream().position();
-    calls[i % std::size(calls)]();
-    EXPECT_EQ(p.stream().position(), before) << "call " << i % std::size(calls);
-    ASSERT_EQ(p.Read(frame), TMX_OK);
-    EXPECT_EQ(frame, layout.tracks[0].samples[i]) << "frame " << i;
-  }
-}
-
+// Each call, failing or not, leaves the stream where it found it (the fault
+// loops check), so metadata can be read between frames. A player's session
+// (player_faults_test) makes these calls too, but not with more than 16
+// locales, and does not check the stream's position.
 TEST(MetadataQueries, FailuresArePassedThroughAndLeakNothing) {
   ByteVec ilst = Concat({Item(FourCC("cprt"), {Data(1, 0, "c")}),
                          Item(kTitle, {Atom("name", V("n")), Data(1, kEn, "E"), Data(1, 0, "T")}),
@@ -587,43 +452,14 @@ TEST(MetadataQueries, FailuresArePassedThroughAndLeakNothing) {
       {{"info", [&] { return TMXGetMetadataInfo(p.file(), FourCC("@tit"), kDe, &v); }}, 0, 16},
       {{"text", [&] { return TMXGetMetadata(p.file(), FourCC("@tit"), buffer, 32); }}, 1, 17},
       {{"raw", [&] { return TMXGetMetadata(p.file(), kCoverKey, buffer, 32); }}, 0, 13},
-      {{"alias",
-        [&] {
-          v = 32;
-          return TMXGetUseralias(p.file(), buffer, &v);
-        }},
-       1, 29},
-      {{"locales",
-        [&] {
-          v = 32;
-          return TMXGetMetadataLocaleList(p.file(), locales, &v);
-        }},
-       2, 152},  // the first block of 16 and its growth
+      {{"alias", [&] { return TMXGetUseralias(p.file(), buffer, &(v = 32)); }}, 1, 29},
+      // The first block of 16 locales and its growth.
+      {{"locales", [&] { return TMXGetMetadataLocaleList(p.file(), locales, &(v = 32)); }}, 2, 152},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(FailEachRead(p.stream(), c.call), c.reads) << c.call.name;
     EXPECT_EQ(FailEachAllocation(c.call), c.allocations) << c.call.name;
   }
-}
-
-TEST(MetadataQueries, WithoutAHandlerEveryQueryIsRefused) {
-  OpenProgramme p(Book(Item(kTitle, {Data(1, 0, "T")}), 2));
-  ASSERT_EQ(p.rc(), TMX_OK);
-  const FormatHandler* real = p.file()->formatHandler;
-  p.file()->formatHandler = &kNullHandler;
-  std::uint8_t buffer[8];
-  std::uint32_t v = 9, locales[2];
-  EXPECT_EQ(TMXGetMetadataInfo(p.file(), FourCC("@tit"), 0, &v), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(v, 0u);
-  EXPECT_EQ(TMXGetChapterMetadataInfo(p.file(), 1, FourCC("@tit"), 0, &v), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(TMXGetMetadata(p.file(), FourCC("@tit"), buffer, 8), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(TMXGetMetadata(p.file(), kCoverKey, buffer, 8), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(TMXGetChapterMetadata(p.file(), 0, FourCC("@tit"), buffer, 8), TMX_ERR_UNSUPPORTED);
-  v = 2;
-  EXPECT_EQ(TMXGetMetadataLocaleList(p.file(), locales, &v), TMX_ERR_UNSUPPORTED);
-  v = 8;
-  EXPECT_EQ(TMXGetUseralias(p.file(), buffer, &v), TMX_ERR_UNSUPPORTED);
-  p.file()->formatHandler = real;
 }
 
 }  // namespace

@@ -63,12 +63,28 @@ std::int32_t MemoryStream::Write(TMXStream* s, const void* buffer, std::int32_t 
   if (++m->writes_ == m->failWriteAt_) return TMX_ERR_WRITE;
   if (!buffer || count <= 0) return TMX_ERR_WRITE;
   std::size_t end = std::size_t(m->position_) + std::size_t(count);
+  if (end > m->capacity_) return TMX_ERR_WRITE;
   if (end > m->data_.size()) m->data_.resize(end);
   std::memcpy(m->data_.data() + m->position_, buffer, std::size_t(count));
+  if (m->persistBudget_ >= 0) {
+    m->writeSizes_.push_back(count);
+    const auto kept = std::min<std::size_t>(std::size_t(count), std::size_t(m->persistBudget_));
+    m->persistBudget_ -= long(kept);
+    std::vector<std::uint8_t>& disk = m->persisted_;
+    if (kept) {
+      if (m->position_ + kept > disk.size()) disk.resize(m->position_ + kept);
+      std::memcpy(disk.data() + m->position_, buffer, kept);
+    }
+  }
   m->position_ = std::uint32_t(end);
   if (done) *done = count;
   return TMX_OK;
 }
 
+void MemoryStream::cut_power_after(long k) {
+  persistBudget_ = k < 0 ? -1 : k;
+  persisted_ = data_;
+  writeSizes_.clear();
+}
 
 }  // namespace tmx::test

@@ -1,8 +1,10 @@
 // A TMXStream over bytes in memory, for tests. It behaves like the built-in
 // file streams (short reads succeed, reading at the end gives -3) and can be
-// made to hide its size, lack operations, or fail its k-th read or write.
+// made to hide its size, lack operations, fail its k-th read or write, or
+// lose power part-way through its writes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -27,6 +29,18 @@ class MemoryStream {
   // Makes the k-th read (or write) from now fail; 0 turns it off.
   void fail_read(int k) { failReadAt_ = k == 0 ? 0 : reads_ + k; }
   void fail_write(int k) { failWriteAt_ = k == 0 ? 0 : writes_ + k; }
+
+  // Power cut: from now on only the first `k` bytes written reach storage.
+  // Writes go on reporting success and the stream reads back all of them,
+  // as through a cache; `persisted()` is what storage holds, and what a
+  // reboot would read. A negative `k` turns the mode off.
+  void cut_power_after(long k);
+  // Writes that would make the stream larger than `bytes` fail, as on a full
+  // device.
+  void set_capacity(std::size_t bytes) { capacity_ = bytes; }
+  const std::vector<std::uint8_t>& persisted() const { return persisted_; }
+  // The sizes of the writes since the power cut was set.
+  const std::vector<int>& write_sizes() const { return writeSizes_; }
 
   int opens() const { return opens_; }
   int closes() const { return closes_; }
@@ -63,6 +77,10 @@ class MemoryStream {
   int failWriteAt_ = 0;
   int reads_ = 0;
   int writes_ = 0;
+  std::vector<int> writeSizes_;
+  std::size_t capacity_ = SIZE_MAX;
+  long persistBudget_ = -1;  // bytes still reaching storage; -1: no cut
+  std::vector<std::uint8_t> persisted_;
   int opens_ = 0;
   int closes_ = 0;
   int lastOpenMode_ = -1;

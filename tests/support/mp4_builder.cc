@@ -1,7 +1,6 @@
 #include "support/mp4_builder.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 namespace tmx::test {
 namespace {
@@ -9,105 +8,71 @@ namespace {
 void Put32(ByteVec& b, std::uint32_t v) {
   for (int shift = 24; shift >= 0; shift -= 8) b.push_back(std::uint8_t(v >> shift));
 }
-void Put16(ByteVec& b, std::uint16_t v) {
-  b.push_back(std::uint8_t(v >> 8));
-  b.push_back(std::uint8_t(v));
-}
-void PutWide(ByteVec& b, std::uint8_t version, std::uint32_t v) {
-  if (version == 1) Put32(b, 0);
-  Put32(b, v);
-}
 void Append(ByteVec& b, const ByteVec& more) { b.insert(b.end(), more.begin(), more.end()); }
+// A 32-bit field, or a 64-bit one in version 1 (the high half zero).
+ByteVec Wide(std::uint8_t version, std::uint32_t v) {
+  return version == 1 ? Concat({Be32(0), Be32(v)}) : Be32(v);
+}
 
 ByteVec Tkhd(const TrackSpec& t) {
-  ByteVec p;
-  PutWide(p, t.version, 1);  // creation
-  PutWide(p, t.version, 2);  // modification
-  Put32(p, t.id);
-  Put32(p, 0);
-  PutWide(p, t.version, 1000);  // duration
-  p.insert(p.end(), 8, 0);
-  Put16(p, 0);  // layer
-  Put16(p, t.alternateGroup);
-  Put16(p, 0x0100);  // volume
-  Put16(p, 0);
-  for (std::uint32_t m : {0x10000u, 0u, 0u, 0u, 0x10000u, 0u, 0u, 0u, 0x40000000u}) Put32(p, m);
-  Put32(p, 0);
-  Put32(p, 0);
-  return FullAtom("tkhd", t.version, t.tkhdFlags, p);
+  const std::uint8_t v = t.version;
+  ByteVec p = Concat({Wide(v, 1), Wide(v, 2), Be32(t.id), Be32(0), Wide(v, 1000), ByteVec(10),
+                      Be16(t.alternateGroup), Be16(0x0100), Be16(0)});
+  for (std::uint32_t m : {0x10000u, 0u, 0u, 0u, 0x10000u, 0u, 0u, 0u, 0x40000000u, 0u, 0u})
+    Put32(p, m);
+  return FullAtom("tkhd", v, t.tkhdFlags, p);
 }
 
 ByteVec Mdhd(const TrackSpec& t) {
-  ByteVec p;
-  PutWide(p, t.version, 1);
-  PutWide(p, t.version, 2);
-  Put32(p, t.timescale);
-  PutWide(p, t.version, 5);
-  Put16(p, 0x55C4);  // language "und"
-  Put16(p, t.qualityField);
-  return FullAtom("mdhd", t.version, 0, p);
+  const std::uint8_t v = t.version;
+  return FullAtom("mdhd", v, 0,
+                  Concat({Wide(v, 1), Wide(v, 2), Be32(t.timescale), Wide(v, 5),
+                          Be16(0x55C4) /* "und" */, Be16(t.qualityField)}));
 }
 
+// ES, decoder config (AAC audio) and decoder-specific descriptors.
 ByteVec Esds(const ProgrammeSpec& plan) {
-  ByteVec p;
-  p.push_back(0x03);
-  Put32(p, 0x80808022);
-  Put16(p, 0);  // ES_ID
-  p.push_back(0);
-  p.push_back(0x04);
-  Put32(p, 0x80808014);
-  p.push_back(0x40);  // AAC
-  p.push_back(0x15);  // audio stream
-  p.insert(p.end(), 3, 0);
-  Put32(p, plan.maxBitrate);
-  Put32(p, plan.avgBitrate);
-  p.push_back(0x05);
-  Put32(p, 0x80808002);
-  Put16(p, plan.audioSpecificConfig);
-  p.push_back(0x06);
-  Put32(p, 0x80808001);
-  p.push_back(0x02);
-  return FullAtom("esds", 0, 0, p);
+  return FullAtom("esds", 0, 0,
+                  Concat({{0x03},
+                          Be32(0x80808022),
+                          {0, 0, 0, 0x04},
+                          Be32(0x80808014),
+                          {0x40, 0x15, 0, 0, 0},
+                          Be32(plan.maxBitrate),
+                          Be32(plan.avgBitrate),
+                          {0x05},
+                          Be32(0x80808002),
+                          Be16(plan.audioSpecificConfig),
+                          {0x06},
+                          Be32(0x80808001),
+                          {0x02}}));
 }
 
 ByteVec SampleEntry(const ProgrammeSpec& plan, const std::string& type) {
-  ByteVec p(6, 0);
-  Put16(p, 1);  // data reference index
+  ByteVec p = Concat({ByteVec(6), Be16(1)});  // data reference index
   if (type == "mp4a" || type == "tmvd") {
-    p.insert(p.end(), 8, 0);
-    Put16(p, 2);
-    Put16(p, 16);
-    Put32(p, 0);
-    Put32(p, 22050u << 16);
-    if (plan.withEsds) Append(p, Esds(plan));
+    Append(p, Concat({ByteVec(8), Be16(2), Be16(16), Be32(0), Be32(22050u << 16), Esds(plan)}));
   } else {
     p.insert(p.end(), 16, 0);
   }
   return Atom(type, p);
 }
 
-std::vector<std::pair<std::uint32_t, std::uint32_t>> SttsOf(const TrackSpec& t) {
-  if (!t.stts.empty()) return t.stts;
-  return {{std::uint32_t(t.samples.size()), 1024}};
+Runs SttsOf(const TrackSpec& t) {
+  return t.stts.empty() ? Runs{{std::uint32_t(t.samples.size()), 1024}} : t.stts;
 }
-
-std::vector<std::pair<std::uint32_t, std::uint32_t>> StscOf(const TrackSpec& t) {
-  if (!t.stsc.empty()) return t.stsc;
-  return {{1, t.samplesPerChunk}};
-}
+Runs StscOf(const TrackSpec& t) { return t.stsc.empty() ? Runs{{1, t.samplesPerChunk}} : t.stsc; }
 
 // Splits a track's samples into chunks following its "stsc" runs.
-std::vector<std::pair<std::uint32_t, std::uint32_t>> ChunksOf(const TrackSpec& t) {
-  auto runs = StscOf(t);
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> chunks;  // first sample, count
+Runs ChunksOf(const TrackSpec& t) {
+  const Runs runs = StscOf(t);
+  Runs chunks;  // first sample, count
   std::uint32_t sample = 0;
   const auto total = std::uint32_t(t.samples.size());
   for (std::size_t r = 0; r < runs.size() && sample < total; ++r) {
     const std::uint32_t perChunk = std::max<std::uint32_t>(runs[r].second, 1);
-    std::uint32_t chunk = runs[r].first;
-    const bool last = r + 1 == runs.size();
-    const std::uint32_t end = last ? UINT32_MAX : runs[r + 1].first;
-    for (; chunk < end && sample < total; ++chunk) {
+    const std::uint32_t end = r + 1 == runs.size() ? UINT32_MAX : runs[r + 1].first;
+    for (std::uint32_t chunk = runs[r].first; chunk < end && sample < total; ++chunk) {
       const std::uint32_t n = std::min(perChunk, total - sample);
       chunks.push_back({sample, n});
       sample += n;
@@ -118,37 +83,20 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> ChunksOf(const TrackSpec& t
 
 ByteVec Stbl(const ProgrammeSpec& plan, const TrackSpec& t,
              const std::vector<std::uint32_t>& offsets) {
-  ByteVec stsd;
-  const ByteVec entry = SampleEntry(plan, t.entry);
-  const ByteVec png = t.pngFirst ? SampleEntry(plan, "png ") : ByteVec();
-  stsd.reserve(4 + png.size() + entry.size());
-  Put32(stsd, t.pngFirst ? 2 : 1);
-  Append(stsd, png);
-  Append(stsd, entry);
-  ByteVec stts;
-  auto sttsEntries = SttsOf(t);
-  Put32(stts, std::uint32_t(sttsEntries.size()));
-  for (auto [count, delta] : sttsEntries) {
-    Put32(stts, count);
-    Put32(stts, delta);
-  }
-  ByteVec stsc;
-  auto runs = StscOf(t);
-  Put32(stsc, std::uint32_t(runs.size()));
-  for (auto [first, perChunk] : runs) {
-    Put32(stsc, first);
-    Put32(stsc, perChunk);
-    Put32(stsc, 1);
-  }
-  ByteVec stsz;
-  Put32(stsz, 0);
-  Put32(stsz, std::uint32_t(t.samples.size()));
+  const ByteVec stsd =
+      Concat({Be32(t.pngFirst ? 2 : 1), t.pngFirst ? SampleEntry(plan, "png ") : ByteVec(),
+              SampleEntry(plan, t.entry)});
+  const auto stts = SttsOf(t), stsc = StscOf(t);
+  ByteVec sttsTable = Be32(std::uint32_t(stts.size()));
+  for (auto [count, delta] : stts) Append(sttsTable, Concat({Be32(count), Be32(delta)}));
+  ByteVec stscTable = Be32(std::uint32_t(stsc.size()));
+  for (auto [first, n] : stsc) Append(stscTable, Concat({Be32(first), Be32(n), Be32(1)}));
+  ByteVec stsz = Concat({Be32(0), Be32(std::uint32_t(t.samples.size()))});
   for (const auto& s : t.samples) Put32(stsz, std::uint32_t(s.size()));
-  ByteVec stco;
-  Put32(stco, std::uint32_t(offsets.size()));
+  ByteVec stco = Be32(std::uint32_t(offsets.size()));
   for (std::uint32_t o : offsets) Put32(stco, o);
-  return Box("stbl", {FullAtom("stsd", 0, 0, stsd), FullAtom("stts", 0, 0, stts),
-                      FullAtom("stsc", 0, 0, stsc), FullAtom("stsz", 0, 0, stsz),
+  return Box("stbl", {FullAtom("stsd", 0, 0, stsd), FullAtom("stts", 0, 0, sttsTable),
+                      FullAtom("stsc", 0, 0, stscTable), FullAtom("stsz", 0, 0, stsz),
                       FullAtom("stco", 0, 0, stco)});
 }
 
@@ -158,33 +106,22 @@ ByteVec Trak(const ProgrammeSpec& plan, const TrackSpec& t,
   if (!t.chap.empty()) {
     ByteVec ids;
     for (std::uint32_t id : t.chap) Put32(ids, id);
-    ByteVec tref;
-    if (t.trefOtherFirst) Append(tref, Atom("sync", Be32(9)));
-    Append(tref, Atom("chap", ids));
-    Append(trak, Atom("tref", tref));
+    Append(trak, Box("tref", {Atom("chap", ids)}));
   }
-  ByteVec hdlr(8, 0);
-  hdlr.insert(hdlr.end(), {'s', 'o', 'u', 'n'});
-  hdlr.insert(hdlr.end(), 13, 0);
+  const ByteVec hdlr = Concat({ByteVec(8), V("soun"), ByteVec(13)});
   Append(trak, Box("mdia",
                    {Mdhd(t), FullAtom("hdlr", 0, 0, hdlr), Box("minf", {Stbl(plan, t, offsets)})}));
   return Atom("trak", trak);
 }
 
 ByteVec Moov(const ProgrammeSpec& plan, const std::vector<std::vector<std::uint32_t>>& offsets) {
-  ByteVec mvhd;
-  PutWide(mvhd, plan.mvhdVersion, 1);
-  PutWide(mvhd, plan.mvhdVersion, 2);
-  Put32(mvhd, 1000);
-  PutWide(mvhd, plan.mvhdVersion, 1000);
-  mvhd.insert(mvhd.end(), 80, 0);
-  ByteVec moov = FullAtom("mvhd", plan.mvhdVersion, 0, mvhd);
+  const std::uint8_t v = plan.mvhdVersion;
+  ByteVec moov = FullAtom("mvhd", v, 0,
+                          Concat({Wide(v, 1), Wide(v, 2), Be32(1000), Wide(v, 1000), ByteVec(80)}));
   for (std::size_t i = 0; i < plan.tracks.size(); ++i)
     Append(moov, Trak(plan, plan.tracks[i], offsets[i]));
   if (!plan.ilst.empty()) {
-    ByteVec meta = {0, 0, 0, 0};
-    Append(meta, Atom("ilst", plan.ilst));
-    Append(moov, Box("udta", {Atom("meta", meta)}));
+    Append(moov, Box("udta", {Atom("meta", Concat({Be32(0), Atom("ilst", plan.ilst)}))}));
   }
   return Atom("moov", moov);
 }
@@ -202,16 +139,10 @@ std::uint32_t StartTime(const TrackSpec& t, std::uint32_t sample) {
 
 }  // namespace
 
-ByteVec Be16(std::uint16_t v) {
-  ByteVec b;
-  Put16(b, v);
-  return b;
-}
+ByteVec Be16(std::uint16_t v) { return {std::uint8_t(v >> 8), std::uint8_t(v)}; }
 
 ByteVec Be32(std::uint32_t v) {
-  ByteVec b;
-  Put32(b, v);
-  return b;
+  return {std::uint8_t(v >> 24), std::uint8_t(v >> 16), std::uint8_t(v >> 8), std::uint8_t(v)};
 }
 
 std::uint32_t Be32At(const ByteVec& b, std::size_t at) {
@@ -225,7 +156,6 @@ void Put32(ByteVec& b, std::size_t at, std::uint32_t v) {
 }
 
 ByteVec Atom(const std::string& type, const ByteVec& payload) {
-  if (type.size() != 4) throw std::invalid_argument("atom type must have four characters");
   ByteVec b;
   // Sized up front, here and below: growing a few bytes at a time and then
   // inserting a range draws false overflow warnings from GCC 12 at -O3.
@@ -248,19 +178,12 @@ ByteVec Box(const std::string& type, std::initializer_list<ByteVec> children) {
 
 ByteVec FullAtom(const std::string& type, std::uint8_t version, std::uint32_t flags,
                  const ByteVec& payload) {
-  ByteVec p;
-  Put32(p, (std::uint32_t(version) << 24) | (flags & 0xFFFFFF));
-  Append(p, payload);
-  return Atom(type, p);
+  return Atom(type, Concat({Be32((std::uint32_t(version) << 24) | (flags & 0xFFFFFF)), payload}));
 }
 
 Programme BuildProgramme(const ProgrammeSpec& plan) {
   Programme out;
-  ByteVec ftyp;
-  ftyp.insert(ftyp.end(), plan.brand.begin(), plan.brand.end());
-  Put32(ftyp, 0x200);
-  ftyp.insert(ftyp.end(), {'i', 's', 'o', 'm'});
-  ByteVec ftypAtom = Atom("ftyp", ftyp);
+  ByteVec ftypAtom = Atom("ftyp", Concat({V(plan.brand), Be32(0x200), V("isom")}));
   std::copy(plan.ftypType.begin(), plan.ftypType.end(), ftypAtom.begin() + 4);
 
   // Chunks of every track, ordered by start time in the audio timescale.
@@ -287,26 +210,17 @@ Programme BuildProgramme(const ProgrammeSpec& plan) {
   const std::uint32_t rate = plan.tracks.empty() ? 0 : plan.tracks[0].timescale;
   for (const Pending& p : order) {
     const TrackSpec& t = plan.tracks[p.track];
-    ChunkInfo info{p.track, p.first, 0, 0};
-    if (plan.chunkHeaders) {
-      info.headerPos = mdatStart + 8 + std::uint32_t(mdat.size());
-      std::uint32_t total = 0;
-      for (std::uint32_t i = 0; i < p.count; ++i)
-        total += std::uint32_t(t.samples[p.first + i].size());
-      Put32(mdat, (p.count + 7) * 4);
-      mdat.insert(mdat.end(), t.entry.begin(), t.entry.end());
-      Put32(mdat, rate ? std::uint32_t(std::uint64_t(p.start) * 1000 / rate) : 0);
-      Put32(mdat, p.first);
-      Put32(mdat, t.id);
-      Put32(mdat, total);
-      Put32(mdat, p.count);
-      for (std::uint32_t i = 0; i < p.count; ++i)
-        Put32(mdat, std::uint32_t(t.samples[p.first + i].size()));
-    }
-    info.dataPos = mdatStart + 8 + std::uint32_t(mdat.size());
-    offsets[p.track][nextChunk[p.track]++] = info.dataPos;
+    out.chunks.push_back({p.track, mdatStart + 8 + std::uint32_t(mdat.size())});
+    std::uint32_t total = 0;
+    for (std::uint32_t i = 0; i < p.count; ++i)
+      total += std::uint32_t(t.samples[p.first + i].size());
+    Append(mdat, Concat({Be32((p.count + 7) * 4), V(t.entry),
+                         Be32(rate ? std::uint32_t(std::uint64_t(p.start) * 1000 / rate) : 0),
+                         Be32(p.first), Be32(t.id), Be32(total), Be32(p.count)}));
+    for (std::uint32_t i = 0; i < p.count; ++i)
+      Put32(mdat, std::uint32_t(t.samples[p.first + i].size()));
+    offsets[p.track][nextChunk[p.track]++] = mdatStart + 8 + std::uint32_t(mdat.size());
     for (std::uint32_t i = 0; i < p.count; ++i) Append(mdat, t.samples[p.first + i]);
-    out.chunks.push_back(info);
   }
   out.bytes = ftypAtom;
   Append(out.bytes, Moov(plan, offsets));
@@ -325,11 +239,7 @@ std::vector<ByteVec> MakeFrames(std::uint32_t n, std::uint32_t baseSize) {
 }
 
 ByteVec TextSample(const std::string& text) {
-  ByteVec b;
-  b.reserve(text.size() + 2);
-  Put16(b, std::uint16_t(text.size()));
-  b.insert(b.end(), text.begin(), text.end());
-  return b;
+  return Concat({Be16(std::uint16_t(text.size())), V(text)});
 }
 
 }  // namespace tmx::test

@@ -26,6 +26,8 @@ inline ByteVec V(const std::string& s) { return ByteVec(s.begin(), s.end()); }
 std::uint32_t Be32At(const ByteVec& b, std::size_t at);
 void Put32(ByteVec& b, std::size_t at, std::uint32_t v);
 
+using Runs = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
+
 struct TrackSpec {
   std::uint32_t id = 1;
   std::string entry = "mp4a";  // sample entry type
@@ -36,13 +38,10 @@ struct TrackSpec {
   std::uint8_t version = 0;  // of "tkhd" and "mdhd"
   bool pngFirst = false;     // a "png " sample entry before the recognised one
   std::vector<ByteVec> samples;
-  // "stts" entries (count, delta); empty means one entry of 1024 per sample.
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> stts;
-  // "stsc" runs (first chunk, samples per chunk); empty means samplesPerChunk.
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> stsc;
+  Runs stts;  // (count, delta); empty means one entry of 1024 per sample
+  Runs stsc;  // (first chunk, samples per chunk); empty means samplesPerChunk
   std::uint32_t samplesPerChunk = 1;
   std::vector<std::uint32_t> chap;  // track IDs named by "tref"/"chap"
-  bool trefOtherFirst = false;      // another child before "chap" in "tref"
 };
 
 struct ProgrammeSpec {
@@ -52,18 +51,14 @@ struct ProgrammeSpec {
   std::uint16_t audioSpecificConfig = 0x1390;  // AAC LC, 22050 Hz, stereo
   std::uint32_t maxBitrate = 64000;
   std::uint32_t avgBitrate = 48000;
-  bool chunkHeaders = true;
-  bool withEsds = true;
   ByteVec ilst;                   // payload of a file-level "ilst"; no "udta" when empty
   std::vector<TrackSpec> tracks;  // tracks[0] is the audio track
 };
 
-// One chunk as stored in the media data, for tests that check positions.
+// One chunk as stored in the media data: its track (an index into
+// ProgrammeSpec::tracks) and the position of its chunk header.
 struct ChunkInfo {
-  std::uint32_t track;  // index into ProgrammeSpec::tracks
-  std::uint32_t firstSample;
-  std::uint32_t headerPos;  // 0 without chunk headers
-  std::uint32_t dataPos;
+  std::uint32_t track, headerPos;
 };
 
 struct Programme {
@@ -72,7 +67,7 @@ struct Programme {
 };
 
 // Lays out ftyp, moov and mdat; chunks of all tracks are interleaved by
-// start time, each behind its chunk header when chunkHeaders is set.
+// start time, each behind its chunk header.
 Programme BuildProgramme(const ProgrammeSpec& plan);
 
 // Frames of `n` samples whose sizes and bytes vary with the index.

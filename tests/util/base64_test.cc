@@ -2,11 +2,9 @@
 
 #include <cstdint>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "tmxsdk.h"
 
@@ -63,28 +61,14 @@ TEST(Base64, EncodesWithPadding) {
       {"fooba", "Zm9vYmE="},
       {"foobar", "Zm9vYmFy"},
   };
-  for (const auto& [plain, text] : vectors) {
-    EXPECT_EQ(Encode(plain), text) << plain;
-    const Decoded d = Decode(text);
-    EXPECT_EQ(d.count, std::int32_t(plain.size())) << text;
-    EXPECT_EQ(d.bytes.substr(0, plain.size()), plain);
-  }
+  for (const auto& [plain, text] : vectors) EXPECT_EQ(Encode(plain), text) << plain;
   EXPECT_EQ(Encode("\xFB\xFF\xBF"), "+/+/");
   EXPECT_EQ(Encode("\x00\x10\x83\x10\x51\x87"sv), "ABCDEFGH");
   EXPECT_EQ(Encode("Man", 0), "");
   EXPECT_EQ(Encode("Man", -5), "");
 }
 
-TEST(Base64, UnknownCharactersDecodeAsZero) {
-  EXPECT_EQ(Decode("*WFu").bytes, Decode("AWFu").bytes);
-  EXPECT_EQ(Decode("T\nF-").bytes, Decode("TAFA").bytes);
-  // "=" inside a quartet decoded in full is a zero value too.
-  EXPECT_EQ(Decode("TQ==TWFu").bytes, "M\0\0Man"sv);
-  EXPECT_EQ(Decode("TQ==TWFu").count, 6);
-  EXPECT_EQ(Decode("\xFF\x80\x00\x7F"sv).bytes, "\0\0\0"sv);
-}
-
-TEST(Base64, KeepsTheTailRules) {
+TEST(Base64, DecodesQuartetsAndKeepsTheTailRules) {
   const struct {
     std::string_view text;
     std::int32_t count;
@@ -104,6 +88,16 @@ TEST(Base64, KeepsTheTailRules) {
       {"TWE=", 2, "Ma\0"sv},
       {"TWFu====", 3, "Man"},
       {"TWFu=WFu", 3, "Man"},
+      // Characters outside the alphabet are zero values, and so is "=" in a
+      // quartet decoded in full.
+      {"*WFu", 3,
+       "\x01"
+       "an"},
+      {"T\nF-", 3,
+       "L\x01"
+       "@"},
+      {"TQ==TWFu", 6, "M\0\0Man"sv},
+      {"\xFF\x80\x00\x7F"sv, 3, "\0\0\0"sv},
   };
   for (const auto& c : cases) {
     const Decoded d = Decode(c.text);
@@ -118,24 +112,6 @@ TEST(Base64, KeepsTheTailRules) {
   }
   // Only `length` characters are looked at.
   EXPECT_EQ(Decode("TWFuTWFu", 4).bytes, "Man");
-}
-
-TEST(Base64, RoundTripsRandomData) {
-  std::mt19937 rng(4648);
-  for (int n = 0; n <= 100; ++n) {
-    std::string plain(std::size_t(n), '\0');
-    for (char& c : plain) c = char(rng());
-    const std::string text = Encode(plain);
-    ASSERT_EQ(text.size(), std::size_t(4 * ((n + 2) / 3))) << n;
-    EXPECT_EQ(
-        text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="),
-        std::string::npos);
-    const Decoded d = Decode(text);
-    EXPECT_EQ(d.count, n);
-    EXPECT_EQ(d.bytes.substr(0, std::size_t(n)), plain);
-    // A padded last quartet leaves one byte beyond the count in the output.
-    EXPECT_EQ(d.bytes.size(), std::size_t(n + (n % 3 != 0 ? 1 : 0)));
-  }
 }
 
 }  // namespace

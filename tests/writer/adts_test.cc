@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <tuple>
 
 #include "support/memory_stream.h"
@@ -21,15 +23,18 @@ using tmx::test::MemoryStream;
 std::vector<std::uint8_t> AdtsFrame(std::uint32_t payload, std::uint8_t fill, bool crc = false,
                                     std::uint32_t channels = 2, std::uint32_t blocks = 0) {
   const std::uint32_t length = payload + (crc ? 9 : 7);
-  std::vector<std::uint8_t> f = {0xFF,
+  // The header, the CRC (which the reader skips) and the payload.
+  std::vector<std::uint8_t> f(length, fill);
+  const std::uint8_t header[] = {0xFF,
                                  std::uint8_t(crc ? 0xF0 : 0xF1),
                                  std::uint8_t((1 << 6) | (7 << 2) | (channels >> 2)),
                                  std::uint8_t(((channels & 3) << 6) | (length >> 11)),
                                  std::uint8_t(length >> 3),
                                  std::uint8_t(((length & 7) << 5) | 0x1F),
-                                 std::uint8_t(0xFC | blocks)};
-  if (crc) f.resize(9, 0xAB);  // the CRC, which the reader skips
-  f.insert(f.end(), payload, fill);
+                                 std::uint8_t(0xFC | blocks),
+                                 0xAB,
+                                 0xAB};
+  std::copy(header, header + (crc ? 9 : 7), f.begin());
   return f;
 }
 

@@ -1,5 +1,5 @@
 // The fixed-point steps of the speech decoder against double-precision
-// references, and the trained tables against the layouts.
+// references.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -85,18 +85,6 @@ TEST(SpeechDsp, HalfSampleDelayOfASlowSine) {
   for (int i = 0; i < 48; ++i) EXPECT_EQ(cur[i], cur[i - 20]);
 }
 
-TEST(SpeechDsp, ResidualUndoesSynthesis) {
-  Word16 lsf[kOrder], a[kOrder + 1];
-  for (int i = 0; i < kOrder; ++i) lsf[i] = static_cast<Word16>(2800 * (i + 1));
-  LsfToLpc(lsf, a);
-  std::vector<Word16> x(kOrder + 80, 0), y(kOrder + 80, 0), back(80);
-  for (int i = 0; i < 80; ++i) x[kOrder + i] = static_cast<Word16>((i * 7919) % 2001 - 1000);
-  Word16 mem[kOrder] = {};
-  Synthesis(a, x.data() + kOrder, y.data() + kOrder, 80, mem);
-  Residual(a, y.data() + kOrder, back.data(), 80);
-  for (int i = 0; i < 80; ++i) EXPECT_NEAR(back[i], x[kOrder + i], 2) << i;
-}
-
 TEST(SpeechDsp, FixedVectorPulsesAndSigns) {
   const FrameShape& three = *ShapeForMode(3);
   Word16 code[kMaxSubframe];
@@ -112,30 +100,6 @@ TEST(SpeechDsp, FixedVectorPulsesAndSigns) {
   FixedVector(three, fcb, 20, code);
   EXPECT_EQ(code[26], Q15(0.8) * 4096 >> 15);
   EXPECT_EQ(code[46], static_cast<Word16>(((Q15(0.8) * 4096) >> 15) * Q15(0.8) >> 15));
-}
-
-TEST(SpeechTables, CodebookSizesMatchTheFieldWidths) {
-  for (int mode = 1; mode <= 4; ++mode) {
-    const ModeLayout& l = *LayoutForMode(mode);
-    const FrameShape& s = *ShapeForMode(mode);
-    const LsfQuantizer& q = s.wide ? kTrainedTables.wideLsf : kTrainedTables.narrowLsf;
-    const int first = s.wide ? 1 : 0;  // mode 4's prediction flag
-    EXPECT_EQ(q.stage1Size, 1 << l.widths[first]) << mode;
-    for (int k = 0; k < kLsfSplits; ++k)
-      EXPECT_EQ(q.splitSize[k], 1 << l.widths[first + 1 + k]) << mode;
-    const int gainBits =
-        s.wide ? l.widths[7] + l.widths[13] : l.widths[s.envelopeFields + (mode == 1 ? 2 : 4)];
-    EXPECT_EQ(GainTable(s, kTrainedTables).size, 1 << gainBits) << mode;
-    EXPECT_EQ(s.subframes * s.subframeLength, l.samplesPerFrame);
-  }
-  // Trained LSF means rise and the gain entries stay in a sane range.
-  for (const LsfQuantizer* q : {&kTrainedTables.narrowLsf, &kTrainedTables.wideLsf})
-    for (int i = 1; i < kOrder; ++i) EXPECT_GT(q->mean[i], q->mean[i - 1]);
-  for (const GainQuantizer* g : {&kTrainedTables.narrowGain, &kTrainedTables.wideGain})
-    for (int i = 0; i < g->size; ++i) {
-      EXPECT_GE(g->pitchGain[i], 0);
-      EXPECT_LE(g->pitchGain[i], Q15(1.3 / 2));  // Q14
-    }
 }
 
 }  // namespace

@@ -1,20 +1,28 @@
 #include "speech_test_util.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <iterator>
+#include <random>
 
+#include "codec/speech/decoder.h"
 #include "codec/speech/encoder.h"
+#include "codec/speech/layout.h"
+#include "support/memory_stream.h"
 #include "support/test_data.h"
+#include "writer/legacy_writer.h"
 
 namespace tmx::speech::test {
 
-std::vector<std::int16_t> LoadClip(const std::string& name) {
-  const auto bytes = ::tmx::test::ReadFileBytes(std::string(TMX_SPEECH_DATA_DIR) + "/" + name + ".s16");
-  std::vector<std::int16_t> pcm(bytes.size() / 2);
-  for (std::size_t i = 0; i < pcm.size(); ++i)
-    pcm[i] = static_cast<std::int16_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
+std::vector<std::int16_t> Clip(int mode, std::size_t start, std::size_t count) {
+  const auto bytes = ::tmx::test::ReadFileBytes(std::string(TMX_SPEECH_DATA_DIR) +
+                                                (mode == 4 ? "/speech16k.s16" : "/speech8k.s16"));
+  std::vector<std::int16_t> pcm(count ? count : bytes.size() / 2 - start);
+  for (std::size_t i = 0; i < pcm.size(); ++i) {
+    const std::size_t k = 2 * (start + i);
+    pcm[i] = static_cast<std::int16_t>(bytes.at(k) | (bytes.at(k + 1) << 8));
+  }
   return pcm;
 }
 
@@ -29,6 +37,39 @@ std::vector<std::uint8_t> Encode(int mode, const std::vector<std::int16_t>& pcm)
   }
   DestroyEncoder(e);
   return out;
+}
+
+std::vector<std::int16_t> DecodeAll(int mode, const std::vector<std::uint8_t>& packets) {
+  const ModeLayout& layout = *LayoutForMode(mode);
+  DecoderState state;
+  InitDecoder(&state, mode);
+  std::vector<std::int16_t> out;
+  for (std::size_t p = 0; p + layout.packetBytes <= packets.size(); p += layout.packetBytes)
+    for (int f = 0; f < layout.framesPerPacket; ++f) {
+      Word16 params[kMaxFields + 1], pcm[kMaxFrame];
+      ReadFrameParams(layout, packets.data() + p, f, params);
+      DecodeFrame(&state, params, pcm);
+      out.insert(out.end(), pcm, pcm + layout.samplesPerFrame);
+    }
+  return out;
+}
+
+std::vector<std::uint8_t> RandomBytes(std::size_t n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::vector<std::uint8_t> v(n);
+  for (auto& b : v) b = static_cast<std::uint8_t>(rng());
+  return v;
+}
+
+std::vector<std::uint8_t> LegacyProgramme(int mode, const std::vector<std::uint8_t>& packets) {
+  writer::LegacyProgramme programme;
+  programme.codecId = mode == 3 ? writer::kLegacyCodecSpeech8 : writer::kLegacyCodecSpeech16;
+  const std::size_t size = LayoutForMode(mode)->packetBytes;
+  for (std::size_t i = 0; i + size <= packets.size(); i += size)
+    programme.frames.emplace_back(packets.begin() + i, packets.begin() + i + size);
+  ::tmx::test::MemoryStream out;
+  EXPECT_EQ(writer::WriteLegacyProgramme(programme, out.stream(), nullptr), TMX_OK);
+  return out.data();
 }
 
 double SegmentalSnr(const std::vector<std::int16_t>& ref, const std::vector<std::int16_t>& out,

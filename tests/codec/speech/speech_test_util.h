@@ -1,4 +1,4 @@
-// Speech clips and quality measures shared by the speech codec tests.
+// Speech clips, packets, programmes and quality measures of the speech codec tests.
 #pragma once
 
 #include <cstdint>
@@ -7,12 +7,21 @@
 
 namespace tmx::speech::test {
 
-// A clip of tests/codec/speech/data as samples ("speech8k", "speech16k").
-std::vector<std::int16_t> LoadClip(const std::string& name);
+// `count` samples from `start` of the clip of tests/codec/speech/data that
+// suits `mode`: 16000 Hz for mode 4, 8000 Hz for the others; count 0 takes
+// the rest of the clip.
+std::vector<std::int16_t> Clip(int mode, std::size_t start = 0, std::size_t count = 0);
 
-// Encodes whole packets of `pcm` in `mode` and returns the packets back to
-// back.
+// The whole packets of `pcm` encoded in `mode`, back to back.
 std::vector<std::uint8_t> Encode(int mode, const std::vector<std::int16_t>& pcm);
+
+// What the frame decoder makes of whole packets, from a fresh state.
+std::vector<std::int16_t> DecodeAll(int mode, const std::vector<std::uint8_t>& packets);
+
+std::vector<std::uint8_t> RandomBytes(std::size_t n, unsigned seed);
+
+// A programme of the older container holding `packets` of mode 3 or 4.
+std::vector<std::uint8_t> LegacyProgramme(int mode, const std::vector<std::uint8_t>& packets);
 
 // Segmental SNR in dB over 20 ms segments: segments under -50 dBFS in the
 // reference are left out, each segment's figure is clamped to -10..35 dB.
