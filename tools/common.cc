@@ -98,12 +98,33 @@ bool CheckInput(const char* path) {
   return true;
 }
 
+#ifdef _WIN32
+// Windows's stat has no inode numbers: a file is known by its volume and index.
+static bool FileIdentity(const std::string& path, BY_HANDLE_FILE_INFORMATION& info) {
+  const HANDLE h = CreateFileA(path.c_str(), FILE_READ_ATTRIBUTES,
+                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                               OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return false;
+  const bool ok = GetFileInformationByHandle(h, &info) != 0;
+  CloseHandle(h);
+  return ok;
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  BY_HANDLE_FILE_INFORMATION x{};
+  BY_HANDLE_FILE_INFORMATION y{};
+  return FileIdentity(a, x) && FileIdentity(b, y) &&
+         x.dwVolumeSerialNumber == y.dwVolumeSerialNumber &&
+         x.nFileIndexHigh == y.nFileIndexHigh && x.nFileIndexLow == y.nFileIndexLow;
+}
+#else
 bool SameFile(const std::string& a, const std::string& b) {
   struct stat x {};
   struct stat y {};
   return ::stat(a.c_str(), &x) == 0 && ::stat(b.c_str(), &y) == 0 && x.st_dev == y.st_dev &&
          x.st_ino == y.st_ino;
 }
+#endif
 
 int FailSameFile(const std::string& output, const std::string& input) {
   return Fail(output,
@@ -257,6 +278,12 @@ bool OutputFile::Create(const std::string& target) {
   temporary_.clear();
   Fail(target, "cannot be created: " + SystemError(error));
   return false;
+}
+
+const std::string& OutputFile::HandOver() {
+  if (file_) std::fclose(file_);
+  file_ = nullptr;
+  return temporary_;
 }
 
 bool OutputFile::Commit() {

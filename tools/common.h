@@ -82,8 +82,10 @@ class OutputFile {
   // printing why when it cannot be made.
   bool Create(const std::string& target);
   std::FILE* file() const { return file_; }
-  // The temporary file's path, for writers that open it themselves.
-  const std::string& temporaryPath() const { return temporary_; }
+  // Closes the temporary file and gives its path, for writers that open it
+  // themselves (Windows refuses a second handle that writes while this one is
+  // open).
+  const std::string& HandOver();
   // Closes the file (when open) and renames it to the target; false after
   // printing why (the temporary file is removed then).
   bool Commit();

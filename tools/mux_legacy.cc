@@ -168,7 +168,7 @@ int MuxLegacy(int argc, char** argv) {
   tmxtool::OutputFile out;
   if (!out.Create(a.output)) return 1;
   std::vector<wchar_t> wide;
-  if (!tmxtool::ToWide(out.temporaryPath().c_str(), wide) || wide.size() > TMX_PATH_CAPACITY)
+  if (!tmxtool::ToWide(out.HandOver().c_str(), wide) || wide.size() > TMX_PATH_CAPACITY)
     return Fail(a.output, "the path is too long or not valid text in this locale");
   TMXFileStream* fs = static_cast<TMXFileStream*>(std::calloc(1, sizeof(TMXFileStream)));
   if (!fs) return Fail(a.output, TMX_ERR_MEMORY);

@@ -35,8 +35,9 @@ std::string ReadAll(std::FILE* f) {
 
 #ifdef _WIN32
 // The program gets its own console's standard handles, redirected to two
-// temporary files and the null device. Single quotes become double quotes,
-// which is all the quoting the tests' command lines use.
+// temporary files and the null device. The tests quote with single quotes as
+// a POSIX shell does; here they become double quotes, and a double quote
+// inside them is escaped as Windows programs expect.
 ToolRun RunTool(const std::string& program, const std::string& arguments) {
   ToolRun run;
   SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
@@ -51,9 +52,16 @@ ToolRun RunTool(const std::string& program, const std::string& arguments) {
   HANDLE in = CreateFileA("NUL", GENERIC_READ, 0, &inherit, OPEN_EXISTING, 0, nullptr);
   HANDLE out = open(outName, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
   HANDLE err = open(errName, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
-  std::string command =
-      "\"" + std::filesystem::path(program).make_preferred().string() + "\" " + arguments;
-  std::replace(command.begin(), command.end(), '\'', '"');
+  std::string command = "\"" + std::filesystem::path(program).make_preferred().string() + "\" ";
+  bool quoted = false;
+  for (char c : arguments) {
+    if (c == '\'') {
+      quoted = !quoted;
+      command += '"';
+    } else {
+      command += quoted && c == '"' ? std::string("\\\"") : std::string(1, c);
+    }
+  }
   STARTUPINFOA startup{};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
@@ -76,6 +84,9 @@ ToolRun RunTool(const std::string& program, const std::string& arguments) {
       char buffer[4096];
       for (DWORD n; ReadFile(h, buffer, sizeof buffer, &n, nullptr) && n > 0;)
         text.append(buffer, n);
+      // Console text ends its lines with CR LF on Windows; the tests compare lines.
+      for (std::size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at))
+        text.erase(at, 1);
       return text;
     };
     run.out = readAll(out);
