@@ -10,6 +10,7 @@
 #include "support/temp_dir.h"
 #include "support/test_data.h"
 #include "util/alloc.h"
+#include "writer/programme_view.h"
 
 namespace tmx::test {
 namespace {
@@ -211,12 +212,9 @@ TEST(BookmarkStreams, BuiltInFileStreamsStayOpenWhileTheirListIsReplaced) {
 // A list kept in the programme's own "udta" (behind its last atom).
 ByteVec ProgrammeWithList(const std::string& pid) {
   ByteVec b = ProgrammeBytes(pid);
-  std::uint32_t moov = 0, udta = 0;
-  for (std::uint32_t pos = 0; pos < b.size(); pos += Be32At(b, pos))
-    if (TypeAt(b, pos) == "moov") moov = pos;
-  for (std::uint32_t pos = moov + 8; pos < b.size(); pos += Be32At(b, pos))
-    if (TypeAt(b, pos) == "udta") udta = pos;
-  EXPECT_EQ(udta + Be32At(b, udta), b.size());
+  const writer::test::ProgrammeView view(b);
+  const std::uint32_t moov = view.Find("moov").pos, udta = view.Find("moov/udta").pos;
+  EXPECT_EQ(view.Find("moov/udta").end(), b.size());
   const ByteVec pidItem = Atom("prID", Atom("data", Concat({Be32(1), Be32(0), V(pid + '\0')})));
   const ByteVec bmet = Atom("bmet", Concat({Be32(1), Atom("blst", Concat({Be32(0), pidItem})),
                                             Atom("bmrk", Be32(1234)), Atom("free", {})}));
@@ -268,6 +266,9 @@ TEST(BookmarkTimes, EndMarginAndOffset) {
   ASSERT_EQ(TMXGetPlaybackPosition(f, &ms), TMX_OK);
   EXPECT_TRUE(ms <= 6500 && ms > 6400) << ms;
   EXPECT_EQ(ParseList(s.bytes()).bookmarks.size(), 3u);  // behind the new record
+  for (int i = 0; i < 3; ++i) ASSERT_EQ(TMXDeleteBookmark(f, 0), TMX_OK);
+  EXPECT_EQ(Times(f), std::vector<std::uint32_t>{});
+  EXPECT_TRUE(ParseList(s.bytes()).bookmarks.empty());
 }
 
 TEST(BookmarkMetadata, StoredAsGivenDeliveredInTheTextFormat) {

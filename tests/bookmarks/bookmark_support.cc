@@ -1,5 +1,6 @@
 #include "bookmarks/bookmark_support.h"
 
+#include "writer/programme_view.h"
 #include "writer/writer.h"
 
 namespace tmx::test {
@@ -21,7 +22,6 @@ const ByteVec& ProgrammeBytes(const std::string& pid, std::uint32_t frames) {
   return bytes;
 }
 
-
 std::string TypeAt(const ByteVec& b, std::size_t at) {
   return at + 8 > b.size() ? "????" : std::string(b.begin() + at + 4, b.begin() + at + 8);
 }
@@ -39,64 +39,51 @@ void Session::Close() {
 
 namespace {
 
-// Calls visit(pos, size, type) for the atoms of [begin, end), which must
-// fill it exactly.
-template <class Visit>
-void Walk(const ByteVec& b, std::uint32_t begin, std::uint32_t end, Visit&& visit) {
-  for (std::uint32_t pos = begin; pos < end;) {
-    const std::uint32_t size = Be32At(b, pos);
-    ASSERT_TRUE(size >= 8 && size <= end - pos) << "atom at " << pos << " of size " << size;
-    visit(pos, size, TypeAt(b, pos));
-    pos += size;
-  }
-}
+using Node = writer::test::Atom;
 
 // The live items of a "blst" or "bmrk": type to the value of its "data".
-std::map<std::uint32_t, ByteVec> Items(const ByteVec& b, std::uint32_t begin, std::uint32_t end) {
+std::map<std::uint32_t, ByteVec> Items(const writer::test::ProgrammeView& view,
+                                       const Node& parent) {
   std::map<std::uint32_t, ByteVec> items;
-  Walk(b, begin, end, [&](std::uint32_t pos, std::uint32_t size, const std::string& type) {
-    if (type == "free") return;
-    EXPECT_EQ(TypeAt(b, pos + 8), "data");
-    EXPECT_EQ(Be32At(b, pos + 8), size - 8);
-    EXPECT_FALSE(items.count(Be32At(b, pos + 4))) << "two items of one type";
-    items[Be32At(b, pos + 4)] = ByteVec(b.begin() + pos + 24, b.begin() + pos + size);
-  });
+  for (const Node& a : view.Children(parent)) {
+    if (a.type == FourCC("free")) continue;
+    EXPECT_EQ(view.U32(a.payload() + 4), FourCC("data"));
+    EXPECT_EQ(view.U32(a.payload()), a.size - 8);
+    EXPECT_FALSE(items.count(a.type)) << "two items of one type";
+    items[a.type] = view.Slice(a.pos + 24, a.size - 24);
+  }
   return items;
-}
-
-std::uint32_t Find(const ByteVec& b, std::uint32_t begin, std::uint32_t end, const char* type) {
-  std::uint32_t found = 0;
-  Walk(b, begin, end, [&](std::uint32_t pos, std::uint32_t, const std::string& t) {
-    if (t == type && !found) found = pos;
-  });
-  EXPECT_NE(found, 0u) << "no " << type;
-  return found;
 }
 
 }  // namespace
 
 ParsedList ParseList(const ByteVec& b) {
-  ParsedList l;
+  const writer::test::ProgrammeView view(b);
+  // Behind a 16-byte position record unless the stream starts with "ftyp".
   const std::uint32_t start = TypeAt(b, 0) == "ftyp" ? 0 : 16;
-  if (!(l.moov = Find(b, start, std::uint32_t(b.size()), "moov"))) return l;
-  const std::uint32_t end = l.moov + Be32At(b, l.moov);
-  if (!(l.udta = Find(b, l.moov + 8, end, "udta"))) return l;
-  if (!(l.bmet = Find(b, l.udta + 8, end, "bmet"))) return l;
-  EXPECT_EQ(l.udta + Be32At(b, l.udta), end);
-  EXPECT_EQ(l.bmet + Be32At(b, l.bmet), end);
-  Walk(b, l.bmet + 12, end, [&](std::uint32_t pos, std::uint32_t size, const std::string& type) {
-    EXPECT_EQ(l.freePos, 0u) << "an atom behind the trailing free atom at " << pos;
-    if (pos == l.bmet + 12) {
-      EXPECT_EQ(type, "blst");
-      Items(b, pos + 12, pos + size);
-    } else if (type == "bmrk") {
-      l.bookmarks.push_back({pos, Be32At(b, pos + 8), Items(b, pos + 12, pos + size)});
+  const Node moov = view.Find({start - 8, std::uint32_t(b.size()) - start + 8, 0}, "moov");
+  const Node udta = view.Find(moov, "udta"), bmet = view.Find(udta, "bmet");
+  ParsedList l;
+  l.moov = moov.pos;
+  l.udta = udta.pos;
+  l.bmet = bmet.pos;
+  EXPECT_EQ(udta.end(), moov.end());
+  EXPECT_EQ(bmet.end(), moov.end());
+  const std::vector<Node> atoms = view.Children(bmet);
+  for (std::size_t i = 0; i < atoms.size(); ++i) {
+    const Node& a = atoms[i];
+    if (i == 0) {
+      EXPECT_EQ(a.type, FourCC("blst"));
+      Items(view, a);
+    } else if (i + 1 < atoms.size()) {
+      EXPECT_EQ(a.type, FourCC("bmrk")) << "at " << a.pos;
+      l.bookmarks.push_back({a.pos, view.U32(a.payload()), Items(view, a)});
     } else {
-      EXPECT_EQ(type, "free");
-      l.freePos = pos;
-      l.freeSize = size;
+      EXPECT_EQ(a.type, FourCC("free")) << "at " << a.pos;
+      l.freePos = a.pos;
+      l.freeSize = a.size;
     }
-  });
+  }
   EXPECT_NE(l.freePos, 0u) << "no trailing free atom";
   return l;
 }

@@ -61,6 +61,10 @@ TEST_F(NewList, AReplacedItemLeavesItsRoomOrIsGrownOver) {
   EXPECT_EQ(Word(kFirst), 12u + 124 + 8);  // grown by what the free room lacked
   const ParsedList l = ParseList(s.bytes());
   EXPECT_EQ(l.bookmarks.at(0).items.at(FourCC("ausr")), bigger);
+  const ByteVec longer(103, 'w');  // 3 bytes more: no room for a "free" atom between
+  ASSERT_EQ(TMXAddBookmarkMetadata(f, 0, kKeyAlias, longer.data(), 103), TMX_OK);
+  EXPECT_EQ(ParseList(s.bytes()).bookmarks.at(0).items.at(FourCC("ausr")), longer);
+  EXPECT_EQ(ParseList(s.bytes()).bookmarks.at(1).time, 3000u);
 }
 
 // A list in a stream that starts with "ftyp" has no prefix, and the tree

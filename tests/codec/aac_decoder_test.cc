@@ -1,7 +1,6 @@
-// The decoder's interface and syntax handling on hand-built frames: creation
-// and its failures, element kinds accepted and refused with their codes,
-// fill and data elements, output buffer checks, and pulses against a
-// double-precision synthesis.
+// The decoder on hand-built frames: creation and its failures, element kinds
+// accepted and refused with their codes, fill and data elements, output buffer
+// checks, and pulses against a double-precision synthesis.
 #include "codec/aac/decoder.h"
 
 #include <gtest/gtest.h>
@@ -83,7 +82,7 @@ Status Decode(Decoder* d, const std::vector<std::uint8_t>& frame,
   return s;
 }
 
-TEST(AacDecoderApi, CreationChecksItsArguments) {
+TEST(AacDecoderApi, CreationChecksItsArgumentsAndConfiguration) {
   Decoder* d = reinterpret_cast<Decoder*>(1);
   EXPECT_EQ(CreateDecoder(nullptr, 4, 2), TMX_ERR_ARGUMENT);
   for (std::uint32_t rate : {13u, 14u, 15u}) {
@@ -98,15 +97,12 @@ TEST(AacDecoderApi, CreationChecksItsArguments) {
   EXPECT_EQ(DestroyDecoder(&d), TMX_ERR_ARGUMENT);
   EXPECT_EQ(DestroyDecoder(nullptr), TMX_ERR_ARGUMENT);
   EXPECT_EQ(ResetDecoder(nullptr), TMX_ERR_ARGUMENT);
-}
-
-TEST(AacDecoderApi, AudioSpecificConfig) {
-  struct Case {
+  EXPECT_EQ(CreateDecoderFromConfig(&d, nullptr, 2), TMX_ERR_DECODER);
+  const struct {
     std::uint8_t bytes[2];
     std::uint32_t length;
     std::int32_t want;
-  };
-  const Case cases[] = {
+  } configs[] = {
       {{0x12, 0x10}, 2, TMX_OK},           // LC, index 4, 2 channels
       {{0x16, 0x08}, 2, TMX_OK},           // LC, index 12, 1 channel
       {{0x0A, 0x10}, 2, TMX_ERR_DECODER},  // object type 1
@@ -115,14 +111,11 @@ TEST(AacDecoderApi, AudioSpecificConfig) {
       {{0x12, 0x30}, 2, TMX_ERR_DECODER},  // six channels
       {{0x12, 0x10}, 1, TMX_ERR_DECODER},  // cut short
   };
-  for (const Case& c : cases) {
-    Decoder* d = nullptr;
+  for (const auto& c : configs) {
     EXPECT_EQ(CreateDecoderFromConfig(&d, c.bytes, c.length), c.want) << int(c.bytes[1]);
     EXPECT_EQ(d != nullptr, c.want == TMX_OK);
     DestroyDecoder(&d);
   }
-  Decoder* d = nullptr;
-  EXPECT_EQ(CreateDecoderFromConfig(&d, nullptr, 2), TMX_ERR_DECODER);
 }
 
 // Creation makes one allocation and fails cleanly without it; decoding makes none.

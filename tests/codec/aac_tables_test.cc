@@ -1,7 +1,7 @@
 // The generated tables: Huffman books are complete prefix codes whose decode
-// trees give back every index, band layouts are consistent and |q|^(4/3)
-// holds over the whole escape range. The windows are pinned by the exact
-// decodes of the clips.
+// trees give back every index and |q|^(4/3) holds over the whole escape
+// range. The windows and band layouts are pinned by the exact decodes of the
+// clips.
 #include "codec/aac/tables.h"
 
 #include <gtest/gtest.h>

@@ -27,8 +27,8 @@ Bytes AacProgramme(const char* clip) {
 }
 
 Bytes SpeechProgramme(int mode) {
-  return speech::test::LegacyProgramme(
-      mode, speech::test::Encode(mode, speech::test::Clip(mode, 0, 24000)));
+  return speech::test::LegacyProgramme(mode,
+                                       speech::test::Encode(mode, speech::test::Clip(mode, 24000)));
 }
 
 // Plays the programme to its end, decoding every frame, twice over (the

@@ -18,6 +18,7 @@ namespace tmx::legacy::test {
 
 using ::tmx::test::ByteVec;
 using ::tmx::test::Put32;
+using ::tmx::test::V;
 using writer::LegacyLayout;
 using writer::LegacyProgramme;
 
@@ -39,7 +40,7 @@ inline LegacyProgramme Programme(std::uint32_t frames,
   p.codecId = codecId;
   for (std::uint32_t i = 0; i < frames; ++i)
     p.frames.push_back(Frame(i, writer::LegacyFrameSize(codecId)));
-  p.dictionary = {{"title", ::tmx::test::V("Bleak House")}, {"author", ::tmx::test::V("Dickens")}};
+  p.dictionary = {{"title", V("Bleak House")}, {"author", V("Dickens")}};
   p.segmentSizes = std::move(segmentSizes);
   return p;
 }

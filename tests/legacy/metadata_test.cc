@@ -7,8 +7,6 @@
 namespace tmx::legacy::test {
 namespace {
 
-ByteVec Bytes(const std::string& s) { return ByteVec(s.begin(), s.end()); }
-
 // The code and the size TMXGetMetadataInfo reports.
 std::pair<std::int32_t, std::uint32_t> Info(TMXFile* f, std::uint32_t key) {
   std::uint32_t size = 77;
@@ -51,14 +49,14 @@ TEST(LegacyMetadata, DictionaryValuesAreSingleByteText) {
 TEST(LegacyMetadata, NamesCompareByTheirFirst31Characters) {
   LegacyProgramme p = Programme(2);
   p.dictionary = {
-      {"title" + std::string(30, 'x'), Bytes("Longer name")},
-      {std::string("title\0\0\0", 8), Bytes("Padded")},
+      {"title" + std::string(30, 'x'), V("Longer name")},
+      {std::string("title\0\0\0", 8), V("Padded")},
       // What follows the first 31 characters is not read.
-      {"author" + std::string(25, '\0') + "zzzz", Bytes("Cut")},
+      {"author" + std::string(25, '\0') + "zzzz", V("Cut")},
       // The walk steps over the whole of a long name.
-      {std::string(200, 'n'), Bytes("Skipped")},
-      {"narrator", Bytes("Reader")},
-      {std::string("\0abc", 4), Bytes("Unnamed")},
+      {std::string(200, 'n'), V("Skipped")},
+      {"narrator", V("Reader")},
+      {std::string("\0abc", 4), V("Unnamed")},
   };
   Book b(Write(p));
   EXPECT_EQ(b.Text(FourCC("@tit")), "Padded");

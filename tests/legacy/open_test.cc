@@ -130,7 +130,7 @@ ByteVec Hidden(ByteVec record, bool last, std::uint32_t type) {
 }
 
 TEST(LegacyOpen, EntriesBeyondTheTwelfthAreReadAndTheLaterOfATypeWins) {
-  using ::tmx::test::Concat, ::tmx::test::Be32, ::tmx::test::V;
+  using ::tmx::test::Concat, ::tmx::test::Be32;
   const ByteVec fake = Concat({Be32(1), {0}, Be32(5), Be32(4), V("titleFake")});
   Book first(Hidden(fake, false, 2));
   EXPECT_EQ(first.Text(FourCC("@tit")), "Bleak House");

@@ -54,11 +54,12 @@ class ProgrammeView {
   }
   Atom Top() const { return {0xFFFFFFF8u, std::uint32_t(bytes_.size() + 8), 0}; }
 
-  // The atoms inside `parent`, skipping what precedes them in full atoms and
-  // sample descriptions; they must fill it.
+  // The atoms inside `parent`, skipping what precedes them in full atoms,
+  // sample descriptions and bookmark lists; they must fill it.
   std::vector<Atom> Children(const Atom& parent) const {
     std::uint32_t pos = parent.payload();
-    if (parent.type == FourCC("meta")) pos += 4;
+    for (std::uint32_t type : {FourCC("meta"), FourCC("bmet"), FourCC("blst"), FourCC("bmrk")})
+      if (parent.type == type) pos += 4;
     if (parent.type == FourCC("stsd") || parent.type == FourCC("dref")) pos += 8;
     if (parent.type == FourCC("mp4a")) pos += 28;
     if (parent.type == FourCC("tx3g")) pos += 38;

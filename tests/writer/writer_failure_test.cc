@@ -109,14 +109,5 @@ TEST(WriterErrors, EveryAllocationFailureIsReportedAndTheirNumberIsFixed) {
   EXPECT_EQ(made[0], made[1]);
 }
 
-TEST(WriterStreaming, ScratchStreamAndTemporaryFileGiveTheSameFile) {
-  ProgrammeSpec plan = LargeSpec();
-  const std::vector<std::uint8_t> viaTemporaryFile = Write(plan);
-  MemoryStream scratch;
-  plan.options.scratch = scratch.stream();
-  EXPECT_EQ(Write(plan), viaTemporaryFile);
-  EXPECT_GT(scratch.data().size(), 9000u * 4) << "the tables went to the scratch stream";
-}
-
 }  // namespace
 }  // namespace tmx::writer::test

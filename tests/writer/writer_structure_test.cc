@@ -1,6 +1,6 @@
 // The layout of written programmes: top-level atoms, the audio track's
-// tables and sample description, chunk headers in the media data, side
-// tracks and metadata.
+// tables and sample description, chunk headers in the media data and side
+// tracks. Metadata written is read back by the tool's tests.
 #include <gtest/gtest.h>
 
 #include "writer/programme_view.h"
@@ -37,22 +37,6 @@ std::vector<ChunkHeader> ReadChunks(const ProgrammeView& view) {
   }
   EXPECT_EQ(pos, mdat.end());
   return chunks;
-}
-
-TEST(WriterLayout, TopLevelAtomsAndBrands) {
-  for (auto [brand, code] :
-       {std::pair{Brand::kTmx, FourCC("tmx ")}, std::pair{Brand::kM4b, FourCC("m4b ")},
-        std::pair{Brand::kMp4, FourCC("mp42")}}) {
-    ProgrammeSpec plan = SpecWithFrames(30);
-    plan.options.brand = brand;
-    plan.options.minorVersion = 0x200;
-    const ProgrammeView view(Write(plan));
-    std::vector<std::uint32_t> top;
-    for (const Atom& a : view.Children(view.Top())) top.push_back(a.type);
-    EXPECT_EQ(top, (std::vector<std::uint32_t>{FourCC("ftyp"), FourCC("mdat"), FourCC("moov")}));
-    // The major brand is also compatible.
-    EXPECT_EQ(view.Slice(8, 12), Concat({Be32(code), Be32(0x200), Be32(code)}));
-  }
 }
 
 TEST(WriterLayout, AudioTrackTablesDescribeTheFrames) {
@@ -177,35 +161,6 @@ TEST(WriterLayout, SideTracksTheirSamplesAndChunksInTimeOrder) {
   EXPECT_EQ(sideChunks, 3u + 2 + 4);
   EXPECT_EQ(chunks.front().type, FourCC("text"));
   EXPECT_EQ(chunks.back().type, FourCC("mp4a"));
-}
-
-TEST(WriterLayout, SideSamplesAfterTheLastChunkStartPrecedeIt) {
-  ProgrammeSpec plan = SpecWithFrames(20);
-  plan.options.framesPerChunk = 10;
-  plan.side.chapters = {{0, "a"}, {800, "b"}};  // frame 17, after the last chunk's start
-  const ProgrammeView view(Write(plan));
-  std::vector<std::uint32_t> order;  // types and first samples
-  for (const ChunkHeader& c : ReadChunks(view)) order.insert(order.end(), {c.type, c.firstSample});
-  // a, frames 0-9, frames 10-18, b, frame 19
-  const std::uint32_t text = FourCC("text"), audio = FourCC("mp4a");
-  EXPECT_EQ(order, (std::vector<std::uint32_t>{text, 0, audio, 0, audio, 10, text, 1, audio, 19}));
-}
-
-TEST(WriterLayout, MetadataItemsHoldOneDataAtomPerVariant) {
-  ProgrammeSpec plan = SpecWithFrames(5);
-  plan.side.metadata = {TextItem(kItemTitle, "Title"), TextItem(kItemNarrator, "N")};
-  plan.side.metadata[0].variants.push_back({kDataUtf16, 0x656E0000, {0, 'T'}});
-  const ProgrammeView view(Write(plan));
-  const Atom meta = view.Find("moov/udta/meta");
-  EXPECT_EQ(view.U32(meta.payload()), 0u) << "version and flags";
-  EXPECT_EQ(view.U32(view.Find(meta, "hdlr").payload() + 8), FourCC("mdir"));
-  const Atom ilst = view.Find(meta, "ilst");
-  using tmx::test::Atom;  // the builder's: an atom around a payload
-  const ByteVec title = Concat({Atom("data", Concat({Be32(1), Be32(0), V("Title")})),
-                                Atom("data", Concat({Be32(2), Be32(0x656E0000), {0, 'T'}}))});
-  const ByteVec narrator = Atom("data", Concat({Be32(1), Be32(0), V("N")}));
-  EXPECT_EQ(view.Slice(ilst.pos, ilst.size),
-            tmx::test::Box("ilst", {Atom("\xA9nam", title), Atom("\xA9nrt", narrator)}));
 }
 
 }  // namespace

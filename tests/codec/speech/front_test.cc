@@ -1,14 +1,16 @@
 // The speech codec front: instances through the codec tables, packet cutting,
-// the carry buffer, the field reader and the dormant two-frame modes.
+// the carry buffer, the field reader, the dormant two-frame modes' layout, and
+// programmes of the older container decoded through TMXDecodePCMFrame.
 #include <gtest/gtest.h>
 
-#include <tuple>
 #include <vector>
 
 #include "codec/codec.h"
+#include "codec/speech/encoder.h"
 #include "codec/speech/layout.h"
 #include "codec/speech/speech_codec.h"
 #include "speech_test_util.h"
+#include "support/memory_stream.h"
 #include "tmxsdk.h"
 #include "util/alloc.h"
 
@@ -133,21 +135,6 @@ TEST(SpeechCodec, DecodingWithoutAModeFails) {
   }
 }
 
-// Modes 1 and 2 hold two frames a packet, mode 2 in the one-pulse layout.
-TEST(SpeechCodec, DormantModesDecodeWholePackets) {
-  for (const auto& [mode, packet, samples] : {std::tuple{1, 37, 480}, std::tuple{2, 29, 288}}) {
-    Instance d(kSpeechMode3Codec);
-    SelectMode(d.p, mode);
-    const Bytes bytes = RandomBytes(3u * packet, 6u + mode);
-    Pcm pcm;
-    std::uint32_t n = 0;
-    ASSERT_EQ(d.Decode(bytes, bytes.size(), &n, &pcm), TMX_OK);
-    EXPECT_EQ(n, 3u * samples * 2);
-    EXPECT_EQ(CarriedBytes(d.p), 0);
-    EXPECT_EQ(pcm, DecodeAll(mode, bytes)) << mode;
-  }
-}
-
 TEST(SpeechFields, BitsCountFromTheLeastSignificantBitOfByteZero) {
   const std::uint8_t bytes[4] = {0xB5, 0x3C, 0x01, 0x80};  // 1011 0101, 0011 1100, ...
   // Position, width, value: bits 6, 7 are 0, 1 and bits 8, 9 are 0, 0, giving 2.
@@ -187,6 +174,33 @@ TEST(SpeechFields, DormantModesReadTheirSecondFrameFromTheMiddleOfAByte) {
   EXPECT_EQ(params[19], 0);
   EXPECT_EQ(LayoutForMode(0), nullptr);
   EXPECT_EQ(LayoutForMode(5), nullptr);
+  EXPECT_EQ(CreateEncoder(0), nullptr);
+  EXPECT_EQ(CreateEncoder(5), nullptr);
+}
+
+TEST(SpeechProgramme, DecodesLikeTheDecoderItself) {
+  for (int mode : {3, 4}) {
+    const std::vector<std::uint8_t> packets = test::Encode(mode, test::Clip(mode, 32000));
+    ::tmx::test::MemoryStream stream(test::LegacyProgramme(mode, packets));
+    TMXFile* file = nullptr;
+    ASSERT_EQ(TMXOpenFile(&file, stream.stream(), nullptr), TMX_OK);
+    const ModeLayout& layout = *LayoutForMode(mode);
+    // Ten packets a call, as a player would hand them over.
+    const std::uint32_t size = 10 * layout.packetBytes;
+    std::vector<std::int16_t> got, pcm(10 * layout.samplesPerFrame);
+    for (std::size_t at = 0; at + size <= packets.size(); at += size) {
+      std::uint32_t length = 0;
+      ASSERT_EQ(TMXDecodePCMFrame(file, packets.data() + at, size, pcm.data(),
+                                  std::uint32_t(pcm.size() * 2), &length),
+                TMX_OK);
+      ASSERT_EQ(length, pcm.size() * 2);
+      got.insert(got.end(), pcm.begin(), pcm.end());
+    }
+    TMXCloseFile(file);
+    const std::vector<std::int16_t> all = test::DecodeAll(mode, packets);
+    ASSERT_GT(got.size(), all.size() / 2);
+    EXPECT_EQ(got, std::vector<std::int16_t>(all.begin(), all.begin() + got.size())) << mode;
+  }
 }
 
 }  // namespace

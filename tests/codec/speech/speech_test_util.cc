@@ -15,14 +15,12 @@
 
 namespace tmx::speech::test {
 
-std::vector<std::int16_t> Clip(int mode, std::size_t start, std::size_t count) {
+std::vector<std::int16_t> Clip(int mode, std::size_t count) {
   const auto bytes = ::tmx::test::ReadFileBytes(std::string(TMX_SPEECH_DATA_DIR) +
                                                 (mode == 4 ? "/speech16k.s16" : "/speech8k.s16"));
-  std::vector<std::int16_t> pcm(count ? count : bytes.size() / 2 - start);
-  for (std::size_t i = 0; i < pcm.size(); ++i) {
-    const std::size_t k = 2 * (start + i);
-    pcm[i] = static_cast<std::int16_t>(bytes.at(k) | (bytes.at(k + 1) << 8));
-  }
+  std::vector<std::int16_t> pcm(count ? count : bytes.size() / 2);
+  for (std::size_t i = 0; i < pcm.size(); ++i)
+    pcm[i] = static_cast<std::int16_t>(bytes.at(2 * i) | (bytes.at(2 * i + 1) << 8));
   return pcm;
 }
 

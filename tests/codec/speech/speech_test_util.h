@@ -7,10 +7,9 @@
 
 namespace tmx::speech::test {
 
-// `count` samples from `start` of the clip of tests/codec/speech/data that
-// suits `mode`: 16000 Hz for mode 4, 8000 Hz for the others; count 0 takes
-// the rest of the clip.
-std::vector<std::int16_t> Clip(int mode, std::size_t start = 0, std::size_t count = 0);
+// The first `count` samples (0: all) of the clip of tests/codec/speech/data
+// that suits `mode`: 16000 Hz for mode 4, 8000 Hz for the others.
+std::vector<std::int16_t> Clip(int mode, std::size_t count = 0);
 
 // The whole packets of `pcm` encoded in `mode`, back to back.
 std::vector<std::uint8_t> Encode(int mode, const std::vector<std::int16_t>& pcm);

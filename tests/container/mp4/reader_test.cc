@@ -71,21 +71,6 @@ TEST(Mp4Reader, CorruptChunkHeadersFallBackToTheTables) {
   EXPECT_EQ(ReadAll(p), plan.tracks[0].samples);
 }
 
-TEST(Mp4Reader, ChunksOfUnknownTracksAreSteppedOver) {
-  auto plan = Interleaved(20);
-  plan.tracks[0].chap = {2};  // the picture track is no longer known
-  OpenProgramme p(BuildProgramme(plan).bytes);
-  ASSERT_EQ(p.rc(), TMX_OK);
-  ASSERT_EQ(p.handler().SeekToFrame(&p.file()->reader, 0), TMX_OK);
-  // Walk every sample in storage order; the pictures show as type 0.
-  std::vector<std::uint32_t> types;
-  for (int i = 0; i < 40 && p.handler().AdvanceFrame(&p.file()->reader) == TMX_OK; ++i)
-    types.push_back(p.file()->reader.currentFrameInfo.type);
-  EXPECT_NE(std::find(types.begin(), types.end(), 0u), types.end());
-  ASSERT_EQ(p.handler().SeekToFrame(&p.file()->reader, 0), TMX_OK);
-  EXPECT_EQ(ReadAll(p), plan.tracks[0].samples);
-}
-
 TEST(Mp4Reader, ImageQualityChoosesTheRendition) {
   ProgrammeSpec plan;
   plan.tracks.push_back(AudioTrack(10));

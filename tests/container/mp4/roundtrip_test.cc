@@ -1,5 +1,6 @@
 // Programmes written by the writer from real AAC material (all of tests/data)
-// read back frame for frame, with their timing.
+// read back frame for frame, with their timing. The ADTS headers the reader
+// can add are pinned by the playback tests.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,7 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 class RoundTrip : public ::testing::TestWithParam<const char*> {};
 
-TEST_P(RoundTrip, EveryFrameComesBackWithItsHeaderFields) {
+TEST_P(RoundTrip, EveryFrameComesBack) {
   const Bytes input = test::ReadTestData(GetParam());
   const std::vector<Bytes> adts = test::SplitAdts(input);
   ASSERT_GT(adts.size(), 20u);
@@ -40,20 +41,15 @@ TEST_P(RoundTrip, EveryFrameComesBackWithItsHeaderFields) {
     EXPECT_EQ(f->frameCount, adts.size());
     EXPECT_EQ(f->duration, FramesToMs(f->frameCount, f->sampleRate, 1024));
 
-    TMXEnableADTSHeaders(f);
     Bytes buffer(8192);
     std::uint32_t length = 0;
     for (std::size_t i = 0; i < adts.size() - (chunkHeaders ? 0 : 1); ++i) {
       ASSERT_EQ(TMXGetEncodedAudio(f, buffer.data(), std::int32_t(buffer.size()), &length), TMX_OK)
           << i;
-      const Bytes& in = adts[i];
-      const std::size_t inHeader = (in[1] & 1) ? 7 : 9;
-      ASSERT_EQ(length, in.size() - inHeader + 7) << i;
-      // Payload identical; profile, rate index and channels as in the input.
-      EXPECT_TRUE(std::equal(buffer.begin() + 7, buffer.begin() + length,
-                             in.begin() + std::ptrdiff_t(inHeader)));
-      EXPECT_EQ(buffer[2] & 0xFD, in[2] & 0xFD) << i;
-      EXPECT_EQ(buffer[3] >> 6, in[3] >> 6) << i;
+      const std::size_t header = (adts[i][1] & 1) ? 7 : 9;  // 9 with a CRC
+      EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + length),
+                Bytes(adts[i].begin() + std::ptrdiff_t(header), adts[i].end()))
+          << i;
     }
     EXPECT_EQ(TMXGetEncodedAudio(f, buffer.data(), std::int32_t(buffer.size()), &length),
               chunkHeaders ? TMX_ERR_END : TMX_ERR_SEEK_RANGE);
