@@ -158,14 +158,9 @@ std::int32_t ListEditor::ShiftBack(const Atom& a, std::uint32_t gap, bool last) 
 }
 
 std::int32_t ListEditor::GrowContainer(const Atom& container, std::uint32_t grow,
-                                       std::span<const std::uint32_t> behind,
-                                       std::uint32_t tail) noexcept {
+                                       std::span<const std::uint32_t> behind) noexcept {
   const std::uint32_t end = container.end();
-  if (grow < kAtomHeaderSize) {
-    // Too narrow for a "free" atom of its own: the atoms move as one block.
-    TMX_RETURN_IF_ERROR(MoveBytes(end, end + grow, tail - end));
-    TMX_RETURN_IF_ERROR(WriteHeader(tail + grow, layout_.range.end - tail - grow, kFree));
-  } else if (behind.empty()) {
+  if (behind.empty()) {
     TMX_RETURN_IF_ERROR(WriteHeader(end + grow, layout_.range.end - end - grow, kFree));
     TMX_RETURN_IF_ERROR(WriteHeader(end, grow, kFree));
   } else {
@@ -303,7 +298,11 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
   // about to be replaced count as free space.
   Space room{};
   TMX_RETURN_IF_ERROR(FindSpace(ChildrenOf(container), need, code, &room));
-  const std::uint32_t grow = room.size < need ? need - room.size : 0;
+  // A container grows by at least a header's size: the atoms behind it then
+  // move one by one, each hidden in a "free" atom or copied into the gap, so
+  // that a write cut short leaves a readable list. The few bytes more stay
+  // in the container's trailing "free" atom.
+  const std::uint32_t grow = room.size < need ? std::max(need - room.size, kAtomHeaderSize) : 0;
   Space tail{};
   std::uint32_t extend = 0, count = 0;
   Owned<std::uint32_t> behind;
@@ -320,7 +319,7 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
     // Where the atoms behind the container lie, to move them last first.
     const AtomRange between{container.end(), tail.pos};
     TMX_RETURN_IF_ERROR(ForEachAtom(s_, between, [&](const Atom&) { return ++count, 0; }));
-    if (count > 0 && grow >= kAtomHeaderSize) {
+    if (count > 0) {
       behind.reset(AllocArray<std::uint32_t>(count));
       if (!behind) return TMX_ERR_MEMORY;
       std::uint32_t i = 0;
@@ -337,7 +336,7 @@ std::int32_t ListEditor::WriteItem(const Atom& container, std::uint32_t code,
       TMX_RETURN_IF_ERROR(JoinFree(tail.pos, tail.size, tail.first));
     }
     TMX_RETURN_IF_ERROR(
-        GrowContainer(container, grow, {behind.get(), behind ? count : 0}, tail.pos));
+        GrowContainer(container, grow, {behind.get(), behind ? count : 0}));
     grown.size += grow;
     if (room.size == 0) room.first = grow;
     room.size += grow;

@@ -90,11 +90,11 @@ class ListEditor {
   // (the trailing free atom, at least `gap` + 8 bytes, when `last`; else a
   // "free" atom of exactly `gap` bytes); the gap then lies in front of it.
   std::int32_t ShiftBack(const Atom& a, std::uint32_t gap, bool last) noexcept;
-  // Grows `container` by `grow` bytes, moving the atoms behind it back into
-  // the trailing free atom at `tail`, which reaches the end of the list;
+  // Grows `container` by `grow` bytes (at least 8), moving the atoms behind
+  // it back into the trailing free atom, which reaches the end of the list;
   // `behind` holds the positions of those atoms.
   std::int32_t GrowContainer(const Atom& container, std::uint32_t grow,
-                             std::span<const std::uint32_t> behind, std::uint32_t tail) noexcept;
+                             std::span<const std::uint32_t> behind) noexcept;
   // Makes sure moves of up to `bytes` bytes have their buffer.
   std::int32_t PrepareMoves(std::uint32_t bytes) noexcept;
   std::int32_t MoveBytes(std::uint32_t from, std::uint32_t to, std::uint32_t count) noexcept;

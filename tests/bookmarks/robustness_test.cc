@@ -166,6 +166,7 @@ std::vector<Edit> Edits() {
        [](Content& c) { c.seconds = 40; }},
       Set(1, kKeyNote, 200, false, kOneShort),  // bigger than the old one
       Set(1, kKeyNote, 20, false, kOneShort),   // smaller: takes the old room
+      Set(1, kKeyNote, 93, false, kOneShort),   // a little bigger: the atoms behind move a little
       Set(2, kKeyCover, 4, true, kExact),       // fits in the free space
       Set(2, kKeyAlias, 100, true, kOneShort),  // the last bookmark grows in place
       Set(kList, kKeyAlias, 40, true, kOneShort)};
