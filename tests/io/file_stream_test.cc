@@ -42,12 +42,9 @@ TEST_F(FileStreamTest, OpenedAgainAStreamStartsOverAtTheBeginning) {
   EXPECT_EQ(s->ops->Close(s), TMX_OK);
 }
 
-// A random run of Seek, Read, Write, Tell, GetSize and reopening on a
-// read/write stream, checked call by call against a model of the file (its
-// bytes and the position). Seeks favour the edges of the stream's read-ahead
-// window, the end of the file and the bytes just written, and reads come in
-// sizes from none to two windows, so bytes served from the window are
-// compared with what the writes before them left in the file.
+// Random Seek, Read, Write, Tell, GetSize and reopening checked call by call
+// against a model of the file; seeks favour the read-ahead window's edges, so
+// bytes served from the window are compared with what earlier writes left.
 TEST_F(FileStreamTest, AgreesWithAModelOfTheFile) {
   constexpr std::uint32_t kWindow = kFileBufferSize;
   constexpr std::uint32_t kReadSizes[] = {0,    1,           3,       4,           16,
@@ -206,8 +203,7 @@ TEST_F(FileStreamTest, PathLimitAndAllocationFailure) {
   EXPECT_EQ(MakeFileStream(L"x", true), nullptr);
   testing::FailAllocation(0);
 
-  // An open without memory for its read buffer fails and leaves the file
-  // neither open nor locked.
+  // An open without memory for its read buffer leaves the file neither open nor locked.
   auto path = dir_.Write("a.bin", "abc");
   s = Make(path, true);
   testing::FailAllocation(1);

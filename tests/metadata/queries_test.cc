@@ -30,9 +30,11 @@ ByteVec Data(std::uint32_t valueType, std::uint32_t locale, const std::string& v
 }
 
 // An item atom of any 32-bit type around its children.
-ByteVec Item(std::uint32_t type, std::initializer_list<ByteVec> children) {
-  const ByteVec payload = Concat(children);
-  return Concat({Be32(std::uint32_t(payload.size() + 8)), Be32(type), payload});
+ByteVec Item(std::uint32_t type, const std::vector<ByteVec>& children) {
+  ByteVec item = Concat({Be32(0), Be32(type)});
+  for (const ByteVec& c : children) item.insert(item.end(), c.begin(), c.end());
+  Put32(item, 0, std::uint32_t(item.size()));
+  return item;
 }
 
 // A short programme whose file-level item list holds `ilst`.
@@ -194,10 +196,7 @@ TEST(MetadataQueries, TheLocaleChoosesTheVariant) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    ByteVec children;
-    for (const ByteVec& v : c.variants) children.insert(children.end(), v.begin(), v.end());
-    const ByteVec item = Concat({Be32(std::uint32_t(children.size() + 8)), Be32(kTitle), children});
-    OpenProgramme p(Book(item));
+    OpenProgramme p(Book(Item(kTitle, c.variants)));
     ASSERT_EQ(p.rc(), TMX_OK);
     // The stored locale serves TMXGetMetadata, the argument TMXGetMetadataInfo.
     ASSERT_EQ(TMXSetMetadataLocale(p.file(), c.wanted), TMX_OK);
@@ -345,8 +344,7 @@ TEST(MetadataQueries, LocaleListsInOrderOfFirstAppearance) {
 }
 
 TEST(MetadataQueries, ChapterListsFollowOneAnotherFromTheirPosition) {
-  // Per-chapter lists appended behind the media data; the reader never
-  // finds such a place itself, so the test sets it.
+  // Per-chapter lists behind the media data, at a place the test sets.
   const ByteVec book = Book({}, 3);
   const ByteVec lists = Concat({
       Atom("ilst", Item(kTitle, {Data(1, 0, "First")})),
@@ -426,10 +424,9 @@ TEST(MetadataQueries, DamagedListsFailWithoutReadingOutside) {
   }
 }
 
-// Each call, failing or not, leaves the stream where it found it (the fault
-// loops check), so metadata can be read between frames. A player's session
-// (player_faults_test) makes these calls too, but not with more than 16
-// locales, and does not check the stream's position.
+// Beyond the player's session (player_faults_test): more than 16 locales, the
+// exact counts, and the stream left where it was, so that metadata can be read
+// between frames.
 TEST(MetadataQueries, FailuresArePassedThroughAndLeakNothing) {
   ByteVec ilst = Concat({Item(FourCC("cprt"), {Data(1, 0, "c")}),
                          Item(kTitle, {Atom("name", V("n")), Data(1, kEn, "E"), Data(1, 0, "T")}),

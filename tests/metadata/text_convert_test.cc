@@ -35,10 +35,8 @@ Bytes U16(std::u16string_view s, bool swapped = false) {
   return out;
 }
 
-// Converts into a buffer with guard bytes on both sides of the `capacity`
-// bytes at `out` (placed `misalign` bytes past an even address) and checks
-// that no byte outside them changed. Returns the output area, whose bytes
-// after the terminator still hold the guard value.
+// Converts into `capacity` bytes `misalign` bytes past an even address, with
+// guard bytes around them that must stay; returns the output area.
 Bytes Raw(const Bytes& src, std::uint32_t kind, std::uint32_t format, std::uint32_t capacity,
           std::size_t misalign = 0) {
   alignas(8) static std::uint8_t buf[2 * kPad + 1024];

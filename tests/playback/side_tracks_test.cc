@@ -169,9 +169,8 @@ TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
   ASSERT_EQ(o.rc, TMX_OK);
   EXPECT_EQ(Utf16At(o.bytes, 0), u"AbXY");
 
-  // When the title ends the stream the over-read runs past its end: the
-  // bytes that can be read are enough, whether the stream knows its size or
-  // not. A title that starts beyond the end is a failed read.
+  // A title at the end of the stream: the bytes that can be read are enough,
+  // size known or not; one that starts beyond the end is a failed read.
   const std::uint32_t end = r.offset + 2;
   for (bool unknownSize : {false, true}) {
     OpenProgramme q(p.stream().data());
@@ -224,8 +223,7 @@ TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
       EXPECT_EQ(UpToZero(o.bytes, 17), "Zweites Ziel \xE9");
     }
   }
-  // Room for the address and its terminator only: the caption area has
-  // capacity 0 and stays untouched.
+  // Room for the address and its terminator only: the caption area stays untouched.
   TMXSetUnicodeFormat(p.file(), 1);
   const Guarded exact = Link(p.file(), r, 17);
   ASSERT_EQ(exact.rc, TMX_OK);
@@ -233,12 +231,10 @@ TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
   const Guarded cut = Link(p.file(), r, 21);
   ASSERT_EQ(cut.rc, TMX_OK);
   EXPECT_EQ(UpToZero(cut.bytes, 17), "Zwe");
-  // The library never writes past the buffer: one without room for the
-  // address is refused.
+  // A buffer without room for the address is refused.
   EXPECT_EQ(Link(p.file(), r, 16).rc, TMX_ERR_BUFFER);
 
-  // Link start times come from the title track: link 3 exists, chapter 3
-  // does not.
+  // Link start times come from the title track: link 3 exists, chapter 3 does not.
   const std::uint32_t linkStarts[] = {0, 2000, 4000};
   for (std::uint32_t i = 0; i < 3; ++i) {
     std::uint32_t ms = 1;
@@ -305,10 +301,8 @@ TEST(SideTracks, MalformedLinkSamples) {
   }
 }
 
-// Walks the programme with every side track switched on. A side sample is
-// first read through a record that differs in one byte, which must leave
-// the reader (and the stream) where they are, then through the record
-// itself, which steps past it.
+// A side sample read through a record that differs in one byte leaves the
+// reader and the stream where they are; through its own record it steps past.
 TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
   const auto side = Side();
   OpenProgramme p(Written(side));
