@@ -212,30 +212,6 @@ TEST_F(OpenPathTest, OpensRealFilesAndFreesBothStreams) {
   EXPECT_EQ(TMXCloseFile(file), TMX_OK);
 }
 
-// Opening by path is no part of a player's session (player_faults_test).
-TEST_F(OpenPathTest, AllocationFailureAtEveryStep) {
-  UseFakeHandler();
-  auto bytes = TmxHeader();
-  auto path = dir_.Write("book.tmx", std::string(bytes.begin(), bytes.end())).wstring();
-  bool opened = false;
-  for (std::uint64_t k = 1; k < 64 && !opened; ++k) {
-    TMXFile* file = kStale;
-    testing::FailAllocation(k);
-    std::int32_t rc = TMXOpenFileWinW(&file, path.c_str());
-    testing::FailAllocation(0);
-    if (rc == TMX_OK) {
-      // Only the last allocations may fail silently (no position stream).
-      opened = file->positionStream != nullptr;
-      EXPECT_EQ(TMXCloseFile(file), TMX_OK);
-    } else {
-      EXPECT_TRUE(rc == TMX_ERR_MEMORY || rc == TMX_ERR_FILE) << rc;
-      EXPECT_EQ(file, nullptr) << "allocation " << k;
-    }
-    EXPECT_EQ(testing::LiveAllocations(), liveBefore_) << "allocation " << k;
-  }
-  EXPECT_TRUE(opened);
-}
-
 // The handle is checked before the out pointer: null for both gives -2, not -18.
 TEST(Getters, CheckTheHandleBeforeThePointer) {
   using Getter = std::int32_t (*)(TMXFile*, std::uint32_t*);

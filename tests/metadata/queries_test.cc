@@ -2,14 +2,12 @@
 // sizes, text delivery, raw keys, locale lists and failure paths.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "container/mp4/mp4_fixture.h"
 #include "metadata/key_table.h"
 #include "metadata/queries.h"
-#include "support/fault_loops.h"
 #include "util/status.h"
 
 namespace tmx {
@@ -210,38 +208,6 @@ TEST(MetadataQueries, TheLocaleChoosesTheVariant) {
   }
 }
 
-// The conversions themselves are checked in the text_convert tests; here each
-// value type reaches them with its kind and the handle's format.
-TEST(MetadataQueries, TextIsDeliveredInEveryFormat) {
-  const std::u16string wide = u"Gr\u00FC\u00DFe \u20AC\U0001F600";
-  const std::string utf8 = "Gr\u00FC\u00DFe \xE2\x82\xAC\xF0\x9F\x98\x80";
-  ByteVec utf16(wide.size() * 2);
-  std::memcpy(utf16.data(), wide.data(), utf16.size());
-  OpenProgramme p(Book(
-      Concat({Item(FourCC("utf8"), {Data(1, 0, utf8)}), Item(FourCC("ut16"), {Data(2, 0, utf16)}),
-              Item(FourCC("sing"), {Data(0, 0, "Gr&#252;e \xA9")})})));
-  ASSERT_EQ(p.rc(), TMX_OK);
-  for (const std::uint32_t key : {FourCC("utf8"), FourCC("ut16")}) {
-    SCOPED_TRACE(key);
-    TMXSetUnicodeFormat(p.file(), 7);
-    EXPECT_EQ(Text(p.file(), key), "Gr\374\337e ");  // Latin-1 kept, the rest dropped
-    TMXSetUnicodeFormat(p.file(), 1);
-    EXPECT_EQ(Text(p.file(), key), utf8);
-    TMXSetUnicodeFormat(p.file(), 3);
-    EXPECT_EQ(Utf16At(Get(p.file(), key).bytes), wide);
-  }
-  EXPECT_EQ(Utf16At(Get(p.file(), FourCC("sing")).bytes), u"Gr\u00FC;e \u00A9");
-  TMXSetUnicodeFormat(p.file(), 1);
-  EXPECT_EQ(Text(p.file(), FourCC("sing")), "Gr\u00FC;e \xC2\xA9");
-
-  // Short buffers cut the text and still succeed; one byte holds the terminator alone.
-  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 4), "Gr");  // no half of "ü"
-  TMXSetUnicodeFormat(p.file(), 0);
-  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 1), "");
-  EXPECT_EQ(Text(p.file(), FourCC("utf8"), 4), "Gr\xFC");
-  EXPECT_EQ(Get(p.file(), FourCC("utf8"), 0).rc, TMX_OK);
-}
-
 TEST(MetadataQueries, RawKeysNeedTheWholeValue) {
   const ByteVec jpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 0x4A, 0x46};
   OpenProgramme p(Book(Concat({Item(FourCC("covr"), {Data(13, 0, jpeg)}),
@@ -421,41 +387,6 @@ TEST(MetadataQueries, DamagedListsFailWithoutReadingOutside) {
               c.title == TMX_OK ? "T" : "<" + std::to_string(c.title) + ">");
     std::uint32_t locales[4], count = 4;
     EXPECT_EQ(TMXGetMetadataLocaleList(p.file(), locales, &count), c.locales);
-  }
-}
-
-// Beyond the player's session (player_faults_test): more than 16 locales, the
-// exact counts, and the stream left where it was, so that metadata can be read
-// between frames.
-TEST(MetadataQueries, FailuresArePassedThroughAndLeakNothing) {
-  ByteVec ilst = Concat({Item(FourCC("cprt"), {Data(1, 0, "c")}),
-                         Item(kTitle, {Atom("name", V("n")), Data(1, kEn, "E"), Data(1, 0, "T")}),
-                         Item(FourCC("covr"), {Data(13, 0, "JPEG")}),
-                         Item(FourCC("ausr"), {Data(1, 0, "alias")})});
-  for (std::uint32_t i = 0; i < 20; ++i) {  // locales to grow the list past 16
-    const ByteVec item = Item(FourCC("many"), {Data(1, 500 + i, "x")});
-    ilst.insert(ilst.end(), item.begin(), item.end());
-  }
-  OpenProgramme p(Book(ilst));
-  ASSERT_EQ(p.rc(), TMX_OK);
-  std::uint8_t buffer[32];
-  std::uint32_t v = 0, locales[32];
-  struct Case {
-    FaultCall call;
-    int allocations;  // made by the call
-    int reads;        // that can fail
-  };
-  const Case cases[] = {
-      {{"info", [&] { return TMXGetMetadataInfo(p.file(), FourCC("@tit"), kDe, &v); }}, 0, 16},
-      {{"text", [&] { return TMXGetMetadata(p.file(), FourCC("@tit"), buffer, 32); }}, 1, 17},
-      {{"raw", [&] { return TMXGetMetadata(p.file(), kCoverKey, buffer, 32); }}, 0, 13},
-      {{"alias", [&] { return TMXGetUseralias(p.file(), buffer, &(v = 32)); }}, 1, 29},
-      // The first block of 16 locales and its growth.
-      {{"locales", [&] { return TMXGetMetadataLocaleList(p.file(), locales, &(v = 32)); }}, 2, 152},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(FailEachRead(p.stream(), c.call), c.reads) << c.call.name;
-    EXPECT_EQ(FailEachAllocation(c.call), c.allocations) << c.call.name;
   }
 }
 

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "container/mp4/mp4_fixture.h"
-#include "support/fault_loops.h"
 #include "util/frame_time.h"
 #include "util/status.h"
 #include "writer/writer.h"
@@ -369,14 +368,9 @@ TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
   EXPECT_EQ(seen, expected);
 }
 
-// Failures in calls a player's session (player_faults_test) does not make.
-TEST(SideTracks, FailuresOutsideThePlayersSession) {
+// A picture read that fails reports nothing read.
+TEST(SideTracks, AFailedPictureReadReportsNothingRead) {
   OpenProgramme p(Written(Side()));
-  std::uint32_t ms = 0;
-  const FaultCall start = {"link start", [&] { return TMXGetLinkStartTime(p.file(), 1, &ms); }};
-  EXPECT_EQ(FailEachRead(p.stream(), start), 39);
-  EXPECT_EQ(FailEachAllocation(start), 0);
-  // A picture read that fails reports nothing read.
   TMXFrameInfo image{};
   ASSERT_EQ(TMXGetImageInfo(p.file(), 1, &image), TMX_OK);
   std::uint8_t buffer[64];
