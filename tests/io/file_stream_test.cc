@@ -1,7 +1,6 @@
 // The built-in file streams on real files.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -175,20 +174,6 @@ TEST_F(FileStreamTest, ReadersShareAWriterDoesNot) {
   EXPECT_EQ(r2->ops->Close(r2), TMX_OK);
   EXPECT_EQ(w->ops->Open(w, TMX_STREAM_READ_WRITE), TMX_OK);
   EXPECT_EQ(w->ops->Close(w), TMX_OK);
-}
-
-TEST_F(FileStreamTest, CallerAllocatedStreamsAreFreedByClose) {
-  auto p = dir_.Write("mine.bin", "xyz");
-  auto* fs = static_cast<TMXFileStream*>(std::calloc(1, sizeof(TMXFileStream)));
-  ASSERT_EQ(TMXInitIOStream(reinterpret_cast<TMXStream*>(fs), nullptr),
-            reinterpret_cast<TMXStream*>(fs));
-  EXPECT_EQ(fs->ops, &kReadWriteFileOps);
-  auto wide = p.wstring();
-  std::copy(wide.begin(), wide.end(), fs->path);
-  auto* s = reinterpret_cast<TMXStream*>(fs);
-  ASSERT_EQ(s->ops->Open(s, TMX_STREAM_READ), TMX_OK);
-  EXPECT_EQ(s->ops->GetSize(s), 3u);
-  EXPECT_EQ(s->ops->Close(s), TMX_OK);  // frees fs; LeakSanitizer checks
 }
 
 TEST_F(FileStreamTest, PathLimitAndAllocationFailure) {

@@ -101,6 +101,7 @@ TEST(MetadataQueries, ArgumentChecksAndRefusalsWithoutAHandler) {
   EXPECT_EQ(TMXGetChapterMetadata(f, 5, FourCC("@tit"), nullptr, 4), TMX_ERR_ARGUMENT);
   EXPECT_EQ(TMXGetUseralias(f, nullptr, &v), TMX_ERR_ARGUMENT);
   EXPECT_EQ(TMXGetUseralias(f, buf, nullptr), TMX_ERR_ARGUMENT);
+  EXPECT_EQ(TMXGetUseralias(f, buf, &(v = 4)), TMX_ERR_NOT_FOUND);  // no "ausr" item
 
   const FormatHandler* real = f->formatHandler;
   f->formatHandler = &kNullHandler;
@@ -208,32 +209,27 @@ TEST(MetadataQueries, TheLocaleChoosesTheVariant) {
   }
 }
 
-TEST(MetadataQueries, RawKeysNeedTheWholeValue) {
+// Raw keys need the whole value; TMXGetUseralias converts the raw "@ual".
+TEST(MetadataQueries, RawKeysAndTheUserAlias) {
   const ByteVec jpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 0x4A, 0x46};
   OpenProgramme p(Book(Concat({Item(FourCC("covr"), {Data(13, 0, jpeg)}),
-                               Item(FourCC("ausr"), {Data(1, 0, std::string("al\0ias", 6))})})));
+                               Item(FourCC("ausr"), {Data(1, 0, "J\xC3\xB6rg"),
+                                                     Data(1, kEn, "Long English")})})));
   ASSERT_EQ(p.rc(), TMX_OK);
   EXPECT_EQ(Needed(p.file(), kCoverKey), 8);
   EXPECT_EQ(Get(p.file(), kCoverKey, 7).rc, TMX_ERR_BUFFER);
   const Guarded larger = Get(p.file(), kCoverKey, 12);  // no terminator follows the value
   ASSERT_EQ(larger.rc, TMX_OK);
   EXPECT_EQ(larger.bytes, Concat({jpeg, ByteVec(4, kGuard)}));
-  // "@ual" is raw at file level too, zero byte and all.
-  EXPECT_EQ(Get(p.file(), kUserAliasKey, 5).rc, TMX_ERR_BUFFER);
-  const Guarded alias = Get(p.file(), kUserAliasKey, 6);
-  ASSERT_EQ(alias.rc, TMX_OK);
-  EXPECT_EQ(alias.bytes, V(std::string("al\0ias", 6)));
+  // "@ual" is raw at file level too.
+  EXPECT_EQ(Get(p.file(), kUserAliasKey, 4).rc, TMX_ERR_BUFFER);
+  EXPECT_EQ(Get(p.file(), kUserAliasKey, 5).bytes, V("J\xC3\xB6rg"));
   // Raw copies ignore the text format and fill a buffer of the exact size.
   TMXSetUnicodeFormat(p.file(), 3);
   const Guarded exact = Get(p.file(), kCoverKey, 8);
   EXPECT_EQ(exact.rc, TMX_OK);
   EXPECT_EQ(exact.bytes, jpeg);
-}
 
-TEST(MetadataQueries, UserAliasIsConvertedFromItsRawValue) {
-  OpenProgramme p(
-      Book(Item(FourCC("ausr"), {Data(1, 0, "J\xC3\xB6rg"), Data(1, kEn, "Long English")})));
-  ASSERT_EQ(p.rc(), TMX_OK);
   auto alias = [&](std::uint32_t capacity) {
     return ReadGuarded(capacity, [&](std::uint8_t* b, std::uint32_t n) {
       std::uint32_t size = n;
@@ -242,24 +238,18 @@ TEST(MetadataQueries, UserAliasIsConvertedFromItsRawValue) {
       return rc;
     });
   };
-  EXPECT_EQ(Shown(alias(32)), "J\xF6rg");
-  EXPECT_EQ(Shown(alias(3)), "J\xF6");
-  TMXSetUnicodeFormat(p.file(), 1);
-  EXPECT_EQ(Shown(alias(32)), "J\xC3\xB6rg");
-  TMXSetUnicodeFormat(p.file(), 3);
   const Guarded wide = alias(16);
   ASSERT_EQ(wide.rc, TMX_OK);
   EXPECT_EQ(Utf16At(wide.bytes), u"J\u00F6rg");
+  TMXSetUnicodeFormat(p.file(), 1);
+  EXPECT_EQ(Shown(alias(32)), "J\xC3\xB6rg");
+  TMXSetUnicodeFormat(p.file(), 0);
+  EXPECT_EQ(Shown(alias(32)), "J\xF6rg");
+  EXPECT_EQ(Shown(alias(3)), "J\xF6");
   // The size comes from the default variant, the value from the stored
   // locale: a longer variant no longer fits the work buffer.
-  TMXSetUnicodeFormat(p.file(), 0);
   TMXSetMetadataLocale(p.file(), kEn);
   EXPECT_EQ(alias(32).rc, TMX_ERR_BUFFER);
-
-  OpenProgramme q(Book(Item(kTitle, {Data(1, 0, "T")})));
-  std::uint8_t buffer[8];
-  std::uint32_t capacity = 8;
-  EXPECT_EQ(TMXGetUseralias(q.file(), buffer, &capacity), TMX_ERR_NOT_FOUND);
 }
 
 TEST(MetadataQueries, LocaleListsInOrderOfFirstAppearance) {
