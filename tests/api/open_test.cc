@@ -1,5 +1,4 @@
-// Opening and closing: argument checks, ownership of the streams, the
-// handler and codec chosen, defaults, and allocation failure.
+// Opening and closing: checks, ownership of the streams, handler, codec and defaults.
 #include <gtest/gtest.h>
 
 #include <filesystem>

@@ -1,5 +1,4 @@
-// Metadata through the exports: the item list walk, locale choice, needed
-// sizes, text delivery, raw keys, locale lists and failure paths.
+// Metadata through the exports, on programmes with hand-built item lists.
 #include <gtest/gtest.h>
 
 #include <string>

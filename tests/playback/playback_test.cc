@@ -147,7 +147,7 @@ TEST(Playback, AdtsHeadersAndSmallBuffers) {
   }
 }
 
-TEST(PositionFile, SavesOnSeekAndCloseAndRestoresAtOpen) {
+TEST(PositionFile, SavesOnSeekAndClose) {
   const auto bytes = BuildProgramme(Book(4000)).bytes;
   MemoryStream position;
   {
@@ -159,15 +159,10 @@ TEST(PositionFile, SavesOnSeekAndCloseAndRestoresAtOpen) {
   }
   EXPECT_EQ(position.data(), RecordBytes(2, 96000, 0));  // the close wrote it again
   EXPECT_EQ(position.closes(), 1);
-  OpenProgramme q(bytes, &position);
-  ASSERT_EQ(q.rc(), TMX_OK);
-  std::uint32_t ms = 0;
-  ASSERT_EQ(TMXGetPlaybackPosition(q.file(), &ms), TMX_OK);
-  EXPECT_EQ(ms, 96000u);
-  EXPECT_EQ(q.file()->reader.decoderResetPending, 1u);
 }
 
-// Bad records start at the beginning; finished ones on the last frame.
+// A saved place is restored; bad records start at the beginning, finished ones
+// on the last frame.
 TEST(PositionFile, RecordsReadAtOpen) {
   const auto bytes = BuildProgramme(Book(4000)).bytes;
   ByteVec changed = RecordBytes(2, 64000, 0);
@@ -178,6 +173,7 @@ TEST(PositionFile, RecordsReadAtOpen) {
     std::int32_t rc;      // of the first frame request
     std::uint32_t frame;  // where the reader stands after it
   } cases[] = {
+      {"saved", RecordBytes(2, 96000, 0), TMX_OK, 3000},
       {"empty", {}, TMX_OK, 0},
       {"short", ByteVec(10, 0), TMX_OK, 0},
       {"another version", RecordBytes(1, 64000, 0), TMX_OK, 0},

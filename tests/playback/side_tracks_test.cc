@@ -1,5 +1,4 @@
-// Chapter titles, links and pictures through the exports, on programmes
-// from the writer and on hand-built samples.
+// Chapter titles, links and pictures through the exports.
 #include <gtest/gtest.h>
 
 #include <cstring>
