@@ -200,10 +200,10 @@ TEST_F(OpenPathTest, ArgumentsAndUnopenableFiles) {
 TEST(Getters, CheckTheHandleBeforeThePointer) {
   using Getter = std::int32_t (*)(TMXFile*, std::uint32_t*);
   TMXFile file{};
-  for (Getter get : {TMXGetFileType, TMXGetSampleRate, TMXGetAvgBitrate, TMXGetMaxBitrate,
-                     TMXGetDuration, TMXGetAudioChannelCount, TMXGetChapterCount, TMXGetImageCount,
-                     TMXGetImageQuality, TMXGetUnicodeFormat, TMXGetLinkCount,
-                     TMXGetPlaybackPosition, TMXGetCurrentChapter}) {
+  for (Getter get :
+       {TMXGetFileType, TMXGetSampleRate, TMXGetAvgBitrate, TMXGetMaxBitrate, TMXGetDuration,
+        TMXGetAudioChannelCount, TMXGetChapterCount, TMXGetImageCount, TMXGetImageQuality,
+        TMXGetUnicodeFormat, TMXGetLinkCount, TMXGetPlaybackPosition, TMXGetCurrentChapter}) {
     EXPECT_EQ(get(nullptr, nullptr), TMX_ERR_HANDLE);
     EXPECT_EQ(get(&file, nullptr), TMX_ERR_ARGUMENT);
   }
