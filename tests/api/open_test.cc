@@ -194,6 +194,17 @@ TEST_F(OpenPathTest, ArgumentsAndUnopenableFiles) {
   file = kStale;
   EXPECT_EQ(TMXOpenFileWinW(&file, path.c_str()), TMX_ERR_UNSUPPORTED);
   EXPECT_EQ(file, nullptr);
+  // Without memory for the input stream the file cannot be opened.
+  testing::FailAllocation(1);
+  EXPECT_EQ(TMXOpenFileWinW(&file, path.c_str()), TMX_ERR_FILE);
+  testing::FailAllocation(0);
+  // An opened file frees its position stream at close, opened or not (the
+  // fixture checks for leaks).
+  UseFakeHandler();
+  const auto header = TmxHeader();
+  path = dir_.Write("book.tmx", std::string(header.begin(), header.end())).wstring();
+  ASSERT_EQ(TMXOpenFileWinW(&file, path.c_str()), TMX_OK);
+  EXPECT_EQ(TMXCloseFile(file), TMX_OK);
 }
 
 // The handle is checked before the out pointer: null for both gives -2, not -18.

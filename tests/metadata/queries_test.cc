@@ -7,6 +7,7 @@
 #include "container/mp4/mp4_fixture.h"
 #include "metadata/key_table.h"
 #include "metadata/queries.h"
+#include "util/alloc.h"
 #include "util/status.h"
 
 namespace tmx {
@@ -279,6 +280,9 @@ TEST(MetadataQueries, LocaleListsInOrderOfFirstAppearance) {
   ASSERT_EQ(TMXGetMetadataLocaleList(q.file(), list.data(), &count), TMX_OK);
   ASSERT_EQ(count, 40u);
   for (std::uint32_t i = 0; i < 40; ++i) EXPECT_EQ(list[i], 1000 + i);
+  testing::FailAllocation(2);  // the growth past the first block of 16
+  EXPECT_EQ(TMXGetMetadataLocaleList(q.file(), list.data(), &count), TMX_ERR_MEMORY);
+  testing::FailAllocation(0);
 
   // Without an item list.
   OpenProgramme r(Book({}));

@@ -114,6 +114,7 @@ TEST(TextConvertClasses, EveryCodePointClassInEveryFormat) {
   // A dropped character takes no room; no byte is written without room for a terminator.
   EXPECT_EQ(Text8(B("a\x01\xE6\x95\x85z"), kTextUtf8, kSingle, 3), "az");
   EXPECT_TRUE(Raw(B("abc"), kTextUtf8, kSingle, 0).empty());
+  EXPECT_EQ(Raw(B("abc"), kTextUtf8, kFormatUtf16, 1), Bytes{kGuard});  // no room for a unit
 }
 
 TEST(TextConvertClasses, ByteOrderMarksNonCharactersAndZeroCharacters) {
