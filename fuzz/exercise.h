@@ -1,9 +1,7 @@
 // The fuzz targets' work, shared with the suite that replays their findings:
-// a stream over fuzzed bytes, what a player does with an open programme
-// (every frame and side sample, decoding, chapter titles, links, pictures at
-// every quality, metadata in every text format, seeks), and the decoders on
-// raw frames.
-// Results are not checked here; the sanitizers and the callers' bounds are.
+// a stream over fuzzed bytes, what a player does with an open programme, and
+// the decoders on raw frames. Results are not checked here; the sanitizers
+// and the callers' bounds are.
 #pragma once
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 
 #include "codec/codec.h"
 #include "codec/speech/speech_codec.h"
+#include "metadata/key_table.h"
 #include "support/memory_stream.h"
 #include "tmxsdk.h"
 
@@ -24,6 +23,47 @@ struct ByteStream : test::MemoryStream {
     set_capacity(1u << 20);
   }
 };
+
+// Every metadata and chapter-metadata query in every text format and locale,
+// then chapter titles, links and pictures, into a heap block of exactly
+// `capacity` bytes, so that the sanitizer sees a write past it.
+inline void QueryEverything(TMXFile* f, std::uint32_t capacity) {
+  std::vector<std::uint8_t> out(capacity);
+  std::uint8_t* buffer = capacity ? out.data() : nullptr;
+  std::uint32_t chapters = 0, size = 0, locales[8];
+  std::uint32_t localeCount = 8;
+  TMXGetChapterCount(f, &chapters);
+  if (TMXGetMetadataLocaleList(f, locales, &localeCount) != TMX_OK) localeCount = 0;
+  for (std::uint32_t format : {0u, 1u, 2u, 3u}) {
+    TMXSetUnicodeFormat(f, format);
+    for (std::uint32_t l = 0; l <= localeCount && l <= 8; ++l) {
+      const std::uint32_t locale = l < localeCount ? locales[l] : 0;
+      TMXSetMetadataLocale(f, locale);
+      for (const tmx::MetadataKey& key : tmx::MetadataKeys()) {
+        TMXGetMetadataInfo(f, key.key, locale, &size);
+        TMXGetMetadata(f, key.key, buffer, capacity);
+        for (std::uint32_t c = 0; c < chapters && c < 4; ++c) {
+          TMXGetChapterMetadataInfo(f, c, key.key, locale, &size);
+          TMXGetChapterMetadata(f, c, key.key, buffer, capacity);
+        }
+      }
+      size = capacity;
+      TMXGetUseralias(f, buffer, &size);
+    }
+  }
+  TMXFrameInfo info{};
+  for (std::uint32_t c = 0; c < chapters && c < 16; ++c)
+    if (TMXGetChapterInfo(f, c, &info) == TMX_OK) TMXGetChapterText(f, &info, buffer, capacity);
+  std::uint32_t links = 0, images = 0;
+  TMXGetLinkCount(f, &links);
+  for (std::uint32_t l = 0; l < links && l < 16; ++l)
+    if (TMXGetLinkInfo(f, l, &info) == TMX_OK) TMXGetLink(f, &info, buffer, capacity);
+  TMXGetImageCount(f, &images);
+  for (std::uint32_t i = 0; i < images && i < 4; ++i)
+    if (TMXGetImageInfo(f, i, &info) == TMX_OK)
+      for (std::uint32_t start : {0u, capacity, 4000u})
+        TMXGetEncodedImage(f, &info, start, buffer, capacity, &size);
+}
 
 inline void ExerciseProgramme(TMXFile* f) {
   std::vector<std::uint8_t> buffer(1 << 16);
@@ -45,35 +85,13 @@ inline void ExerciseProgramme(TMXFile* f) {
     TMXDecodePCMFrame(f, buffer.data() + 7, n > 7 ? n - 7 : 0, pcm, sizeof pcm, &v);
   }
   TMXGetChapterCount(f, &n);
-  for (std::uint32_t c = 0; c < n && c < 50; ++c) {
-    TMXGetChapterStartTime(f, c, &v);
-    TMXGetChapterInfo(f, c, &info);
-    TMXGetChapterText(f, &info, buffer.data(), 200);
-  }
-  TMXGetLinkCount(f, &n);
-  for (std::uint32_t l = 0; l < n && l < 50; ++l) {
-    TMXGetLinkInfo(f, l, &info);
-    TMXGetLink(f, &info, buffer.data(), 300);
-  }
+  for (std::uint32_t c = 0; c < n && c < 50; ++c) TMXGetChapterStartTime(f, c, &v);
   for (std::uint32_t q = 0; q < 5; ++q) {
     TMXSetImageQuality(f, q);
     if (TMXGetImageInfo(f, 0, &info) == TMX_OK)
       TMXGetEncodedImage(f, &info, 0, buffer.data(), 4096, &n);
   }
-  for (std::uint32_t format : {0u, 1u, 3u}) {
-    TMXSetUnicodeFormat(f, format);
-    for (const char* key : {"@tit", "@aut", "@car", "@ual", "@pid"}) {
-      const std::uint32_t k = (std::uint32_t(key[0]) << 24) | (std::uint32_t(key[1]) << 16) |
-                              (std::uint32_t(key[2]) << 8) | std::uint32_t(key[3]);
-      TMXGetMetadataInfo(f, k, 0, &v);
-      TMXGetMetadata(f, k, buffer.data(), 512);
-      TMXGetChapterMetadata(f, 0, k, buffer.data(), 512);
-    }
-    std::uint32_t locales[4], count = 4;
-    TMXGetMetadataLocaleList(f, locales, &count);
-    n = 256;
-    TMXGetUseralias(f, buffer.data(), &n);
-  }
+  QueryEverything(f, 512);
   TMXGetDuration(f, &v);
   TMXSeek(f, v / 2);
   TMXSeekToChapter(f, 0);

@@ -1,7 +1,5 @@
 // Fuzz target: the AAC decoder. The first two bytes are the
-// AudioSpecificConfig; the rest is cut into frames at the lengths the
-// following bytes give. Decoding must never read or write outside its
-// buffers, whatever the configuration and the frames hold.
+// AudioSpecificConfig; the rest is frames, cut at the lengths their bytes give.
 #include <cstddef>
 #include <cstdint>
 

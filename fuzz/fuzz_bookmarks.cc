@@ -1,9 +1,6 @@
-// Fuzz target: a bookmark list opened from fuzzed bytes, then edited by a
-// fuzzed sequence of adds, deletes and metadata changes. The input is a
-// 16-bit length L, L bytes of the list's stream (a new list is made when
-// they hold none), then the operations, four bytes each plus the value of
-// the metadata writes. Nothing may crash, leak or touch memory it does not
-// own, whatever the list's bytes say.
+// Fuzz target: a bookmark list opened from fuzzed bytes, then edited. The
+// input is a 16-bit length L, L bytes of the list's stream (a new list when
+// they hold none), then operations of four bytes plus a metadata value.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,5 @@
-// Fuzz target: the older container on its own. The input follows the
-// container's size word and magic, which the target writes, so that every
-// mutation reaches its table of contents and records; an opened programme
-// is played as in the open target.
+// Fuzz target: the older container. The target writes its size word and
+// magic, so that every mutation reaches the table of contents and records.
 #include <cstddef>
 #include <cstdint>
 #include <vector>

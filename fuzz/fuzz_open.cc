@@ -1,7 +1,5 @@
-// Fuzz target: opens arbitrary bytes as a programme and, when that works,
-// walks every frame, describes the side samples, reads metadata, chapter
-// titles, links and pictures, and seeks. Nothing may crash, hang, leak or
-// read outside a buffer.
+// Fuzz target: arbitrary bytes opened and, when that works, played as a player
+// would (exercise.h).
 #include <cstddef>
 #include <cstdint>
 #include <vector>

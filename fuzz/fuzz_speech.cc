@@ -1,6 +1,5 @@
 // Fuzz target: the speech decoder. The first byte picks mode 3 or 4; the
-// rest is cut into packets at the lengths the following bytes give.
-// Decoding must never read or write outside its buffers.
+// rest is packets, cut at the lengths their bytes give.
 #include <cstddef>
 #include <cstdint>
 

@@ -1,6 +1,5 @@
-// Fuzz target: the text converters and Base64. The first byte picks the
-// source kind and output format, the second the capacity; the rest is the
-// text. Output must stay inside its capacity and be terminated.
+// Fuzz target: the text converters and Base64. The first byte picks kind and
+// format, the second the capacity; the rest is the text.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -17,9 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint32_t kind = kKinds[data[0] % 5];
   const std::uint32_t format = kFormats[(data[0] / 5) % 5];
   const std::uint32_t capacity = data[1];
-  // The caller's buffer, exactly as large as it says (a heap block, so that
-  // the sanitizer sees any write past it); the source ends in two zero bytes
-  // as every caller in the library gives it.
+  // A heap block of exactly the capacity; the source ends in two zero bytes, as
+  // every caller in the library gives it.
   std::vector<std::uint8_t> source(data + 2, data + size);
   source.push_back(0);
   source.push_back(0);

@@ -1,11 +1,7 @@
-// A player's whole session (open, every property and metadata query,
-// chapter titles, links and pictures, play to the end with decoding, seeks
-// by time, chapter and bookmark, bookmark edits, close) run again and again
-// with its k-th allocation, or the k-th read of one of its streams, failing.
-// Every call is journaled with its code and a digest of what it handed
-// back; the first call whose entry differs from the undisturbed run must
-// report the injected failure itself, nothing may leak, and the programme's
-// bytes must stay as they were.
+// A player's whole session run again and again with its k-th allocation, or
+// the k-th read of one of its streams, failing: the first journaled call that
+// differs from the undisturbed run must report the failure, nothing may leak
+// and the programme's bytes stay as they were.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -28,7 +24,9 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
+// A journaled call: its text (one literal per call site), code and output digest.
 struct Entry {
+  const char* name;
   std::int32_t rc;
   std::uint64_t digest;
   bool operator==(const Entry&) const = default;
@@ -42,16 +40,13 @@ class Journal {
     std::uint64_t h = 14695981039346656037ull;  // FNV-1a
     for (std::size_t i = 0; i < size; ++i)
       h = (h ^ static_cast<const std::uint8_t*>(out)[i]) * 1099511628211ull;
-    entries_.push_back({rc, h});
-    names_.push_back(what);
+    entries_.push_back({what, rc, h});
     return rc;
   }
   const std::vector<Entry>& entries() const { return entries_; }
-  const char* name(std::size_t i) const { return names_[i]; }
 
  private:
   std::vector<Entry> entries_;
-  std::vector<const char*> names_;
 };
 
 // Journals a call under its own text.
@@ -214,8 +209,7 @@ Bytes EarlierPositionFile(const Bytes& programme) {
   return position.data();
 }
 
-// The digests of every audio frame of the programme, as a session journals
-// them.
+// The digests of every audio frame of the programme, as a session journals them.
 std::set<std::uint64_t> AudioFrames(const Bytes& programme) {
   test::MemoryStream stream(programme);
   TMXFile* f = nullptr;
@@ -231,24 +225,20 @@ std::set<std::uint64_t> AudioFrames(const Bytes& programme) {
   return digests;
 }
 
-// Where the library answers a failed read or allocation with a code of its
-// own, or carries on with less: each is its documented behaviour. Code 1
-// stands for "the call's own code, with other output".
+// Where a failed read or allocation is answered with a code of its own, or
+// with less output (kOtherOutput): each is documented behaviour.
 struct Deliberate {
   std::string_view call;
   std::int32_t rc;
 };
 constexpr std::int32_t kOtherOutput = 1;
 constexpr Deliberate kDeliberate[] = {
-    // A failed sample-table or chapter step drops the audio track; an
-    // unreadable movie is inconsistent.
+    // A failed sample-table or chapter step drops the track; a bad movie is inconsistent.
     {"TMXOpenFile", TMX_ERR_UNSUPPORTED},
     {"TMXOpenFile", TMX_ERR_INCONSISTENT},
     // An item list that could not be read at open is taken as absent.
     {"TMXGetMetadataLocaleList", TMX_ERR_INCONSISTENT},
-    // An unreadable position file starts playback at the beginning; a
-    // saved position that cannot be sought to, like any failed seek, is
-    // out of reach.
+    // An unreadable position file plays from the start; a failed seek is out of reach.
     {"TMXGetPlaybackPosition", kOtherOutput},
     {"TMXGetPlaybackPosition", TMX_ERR_SEEK_RANGE},
     {"TMXSeek", TMX_ERR_SEEK_RANGE},
@@ -259,8 +249,7 @@ constexpr Deliberate kDeliberate[] = {
     {"TMXGetImageCount", kOtherOutput},
     {"TMXGetImageInfo", kOtherOutput},
     {"TMXGetImageInfo", TMX_ERR_NOT_FOUND},
-    // Where a chunk header cannot be read the sample tables place the
-    // reader, at the next audio frame.
+    // An unreadable chunk header leaves the sample tables to place the reader.
     {"TMXGetNextFrameInfo", kOtherOutput},
     // Any failure to make the decoder is the decoder's refusal.
     {"TMXDecodePCMFrame", TMX_ERR_DECODER},
@@ -274,10 +263,8 @@ bool IsDeliberate(std::string_view call, std::int32_t rc) {
   return false;
 }
 
-// Checks a disturbed session against the undisturbed one: up to the first
-// call that differs, both agree; that call reports the injected failure or
-// answers as documented; and every audio frame handed out, before or after,
-// is a frame of the programme.
+// The first call that differs from the undisturbed session reports the
+// failure or answers as documented; every frame handed out is the programme's.
 void ExpectFailureReported(const Journal& clean, const Journal& got, std::int32_t injected,
                            const std::set<std::uint64_t>& frames, const std::string& where) {
   const auto& a = clean.entries();
@@ -287,10 +274,10 @@ void ExpectFailureReported(const Journal& clean, const Journal& got, std::int32_
   if (i == a.size() && i == b.size()) return;  // retried, or not on the session's path
   ASSERT_LT(i, b.size()) << where;
   const std::int32_t answer = i < a.size() && b[i].rc == a[i].rc ? kOtherOutput : b[i].rc;
-  EXPECT_TRUE(answer == injected || IsDeliberate(got.name(i), answer))
-      << where << ": call " << i << ", " << got.name(i) << " answered " << answer;
+  EXPECT_TRUE(answer == injected || IsDeliberate(b[i].name, answer))
+      << where << ": call " << i << ", " << b[i].name << " answered " << answer;
   for (std::size_t k = i; k < b.size(); ++k) {
-    if (b[k].rc == TMX_OK && std::string_view(got.name(k)).starts_with("TMXGetEncodedAudio")) {
+    if (b[k].rc == TMX_OK && std::string_view(b[k].name).starts_with("TMXGetEncodedAudio")) {
       EXPECT_EQ(frames.count(b[k].digest), 1u)
           << where << ": call " << k << " handed out a frame the programme does not hold";
     }

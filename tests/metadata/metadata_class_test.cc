@@ -110,7 +110,7 @@ TEST_F(MetadataClass, CollectsTagsAndProperties) {
   EXPECT_EQ(m.trackNumberLow, 0x3231u);
 }
 
-TEST_F(MetadataClass, MissingItemsLeaveTheirMembers) {
+TEST_F(MetadataClass, MissingItemsAndUnopenableProgrammesLeaveTheMembers) {
   const std::wstring full = Write("full.tmx", Programme());
   const std::wstring bare = Write("bare.tmx", Programme(false));
   CTesmoraMetadata fresh;
@@ -134,22 +134,15 @@ TEST_F(MetadataClass, MissingItemsLeaveTheirMembers) {
   EXPECT_EQ(m.trackNumberLow, 0x3231u);
   EXPECT_EQ(m.cover, nullptr);  // the second programme has none
   EXPECT_EQ(m.coverSize, 0u);
-}
 
-TEST_F(MetadataClass, UnopenableProgrammesTouchNothing) {
-  CTesmoraMetadata m;
-  m.title = L"kept";
-  m.productId = "kept";
-  m.duration = 77;
-  m.trackNumberHigh = 5;
-  const std::wstring missing = (dir_.path() / "missing.tmx").wstring();
+  // One that cannot be opened touches nothing.
   const std::wstring noise = Write("noise.tmx", ByteVec(200, 'x'));
-  for (const std::wstring& path : {missing, noise}) {
+  for (const std::wstring& path : {(dir_.path() / "missing.tmx").wstring(), noise}) {
     EXPECT_EQ(m.OpenTMXFile(path.c_str()), 0);
-    EXPECT_EQ(m.title, L"kept");
-    EXPECT_EQ(m.productId, "kept");
-    EXPECT_EQ(m.duration, 77u);
-    EXPECT_EQ(m.trackNumberHigh, 5u);
+    EXPECT_EQ(m.title, L"Bare");
+    EXPECT_EQ(m.productId, "ID-\xE9");
+    EXPECT_EQ(m.duration, FramesToMs(43, 22050, 1024));
+    EXPECT_EQ(m.trackNumberHigh, 0x0033u);
     EXPECT_EQ(m.cover, nullptr);
   }
 }

@@ -1,5 +1,4 @@
-// Chapter titles, links and pictures through the exports, on programmes
-// from the writer and on hand-built samples.
+// Chapter titles, links and pictures through the exports.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -7,7 +6,6 @@
 #include <vector>
 
 #include "container/mp4/mp4_fixture.h"
-#include "support/fault_loops.h"
 #include "util/frame_time.h"
 #include "util/status.h"
 #include "writer/writer.h"
@@ -68,16 +66,10 @@ Guarded Link(TMXFile* f, const TMXFrameInfo& record, std::uint32_t capacity) {
       capacity, [&](std::uint8_t* b, std::uint32_t n) { return TMXGetLink(f, &record, b, n); });
 }
 
-TEST(SideTracks, ArgumentChecks) {
+TEST(SideTracks, ArgumentChecksAndAFailedPictureRead) {
   TMXFrameInfo info{};
   std::uint8_t buf[8];
   std::uint32_t v = 0;
-  EXPECT_EQ(TMXGetLinkCount(nullptr, &v), TMX_ERR_HANDLE);
-  EXPECT_EQ(TMXGetChapterInfo(nullptr, 0, &info), TMX_ERR_HANDLE);
-  EXPECT_EQ(TMXGetLinkInfo(nullptr, 0, &info), TMX_ERR_HANDLE);
-  EXPECT_EQ(TMXGetLinkStartTime(nullptr, 0, &v), TMX_ERR_HANDLE);
-  EXPECT_EQ(TMXGetImageInfo(nullptr, 0, &info), TMX_ERR_HANDLE);
-  EXPECT_EQ(TMXGetImageStartTime(nullptr, 0, &v), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetChapterText(nullptr, &info, buf, 8), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetLink(nullptr, &info, buf, 8), TMX_ERR_HANDLE);
   EXPECT_EQ(TMXGetEncodedImage(nullptr, &info, 0, buf, 8, &v), TMX_ERR_HANDLE);
@@ -85,12 +77,22 @@ TEST(SideTracks, ArgumentChecks) {
   OpenProgramme p(Written(Side()));
   ASSERT_EQ(p.rc(), TMX_OK);
   TMXFile* f = p.file();
-  EXPECT_EQ(TMXGetLinkCount(f, nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetChapterInfo(f, 9, nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetLinkInfo(f, 9, nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetLinkStartTime(f, 9, nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetImageInfo(f, 0, nullptr), TMX_ERR_ARGUMENT);
-  EXPECT_EQ(TMXGetImageStartTime(f, 0, nullptr), TMX_ERR_ARGUMENT);
+  const FormatHandler* real = f->formatHandler;
+  // Lookups check the handle, then the pointer, and pass the handler's answer on.
+  for (auto lookup : {TMXGetChapterInfo, TMXGetLinkInfo, TMXGetImageInfo}) {
+    EXPECT_EQ(lookup(nullptr, 0, &info), TMX_ERR_HANDLE);
+    EXPECT_EQ(lookup(f, 9, nullptr), TMX_ERR_ARGUMENT);
+    f->formatHandler = &kNullHandler;
+    EXPECT_EQ(lookup(f, 0, &info), TMX_ERR_UNSUPPORTED);
+    f->formatHandler = real;
+  }
+  for (auto start : {TMXGetLinkStartTime, TMXGetImageStartTime}) {
+    EXPECT_EQ(start(nullptr, 0, &v), TMX_ERR_HANDLE);
+    EXPECT_EQ(start(f, 9, nullptr), TMX_ERR_ARGUMENT);
+    f->formatHandler = &kNullHandler;
+    EXPECT_EQ(start(f, 0, &v), TMX_ERR_UNSUPPORTED);
+    f->formatHandler = real;
+  }
 
   ASSERT_EQ(TMXGetLinkCount(f, &v), TMX_OK);
   EXPECT_EQ(v, 2u);
@@ -120,16 +122,11 @@ TEST(SideTracks, ArgumentChecks) {
   // Pictures: the start is tested before the type.
   EXPECT_EQ(TMXGetEncodedImage(f, &title, 0, buf, 8, &v), TMX_ERR_ARGUMENT);
   EXPECT_EQ(TMXGetEncodedImage(f, &title, title.size, buf, 8, &v), TMX_ERR_NOT_FOUND);
-
-  // Lookups pass the handler's answer on.
-  const FormatHandler* real = f->formatHandler;
-  f->formatHandler = &kNullHandler;
-  EXPECT_EQ(TMXGetChapterInfo(f, 0, &info), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(TMXGetLinkInfo(f, 0, &info), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(TMXGetLinkStartTime(f, 0, &v), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(TMXGetImageInfo(f, 0, &info), TMX_ERR_UNSUPPORTED);
-  EXPECT_EQ(TMXGetImageStartTime(f, 0, &v), TMX_ERR_UNSUPPORTED);
-  f->formatHandler = real;
+  // A picture read that fails reports nothing read.
+  v = 77;
+  p.stream().fail_read(1);
+  EXPECT_EQ(TMXGetEncodedImage(f, &image, 0, buf, 8, &v), TMX_ERR_READ);
+  EXPECT_EQ(v, 0u);
 }
 
 // A hand-built programme of 40 frames with one side track of `samples`.
@@ -169,9 +166,8 @@ TEST(SideTracks, EmptyTitlesAndTheReadPastTheTitle) {
   ASSERT_EQ(o.rc, TMX_OK);
   EXPECT_EQ(Utf16At(o.bytes, 0), u"AbXY");
 
-  // When the title ends the stream the over-read runs past its end: the
-  // bytes that can be read are enough, whether the stream knows its size or
-  // not. A title that starts beyond the end is a failed read.
+  // A title at the end of the stream: the bytes that can be read are enough,
+  // size known or not; one that starts beyond the end is a failed read.
   const std::uint32_t end = r.offset + 2;
   for (bool unknownSize : {false, true}) {
     OpenProgramme q(p.stream().data());
@@ -224,8 +220,7 @@ TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
       EXPECT_EQ(UpToZero(o.bytes, 17), "Zweites Ziel \xE9");
     }
   }
-  // Room for the address and its terminator only: the caption area has
-  // capacity 0 and stays untouched.
+  // Room for the address and its terminator only: the caption area stays untouched.
   TMXSetUnicodeFormat(p.file(), 1);
   const Guarded exact = Link(p.file(), r, 17);
   ASSERT_EQ(exact.rc, TMX_OK);
@@ -233,12 +228,10 @@ TEST(SideTracks, LinksGiveTheAddressThenTheCaption) {
   const Guarded cut = Link(p.file(), r, 21);
   ASSERT_EQ(cut.rc, TMX_OK);
   EXPECT_EQ(UpToZero(cut.bytes, 17), "Zwe");
-  // The library never writes past the buffer: one without room for the
-  // address is refused.
+  // A buffer without room for the address is refused.
   EXPECT_EQ(Link(p.file(), r, 16).rc, TMX_ERR_BUFFER);
 
-  // Link start times come from the title track: link 3 exists, chapter 3
-  // does not.
+  // Link start times come from the title track: link 3 exists, chapter 3 does not.
   const std::uint32_t linkStarts[] = {0, 2000, 4000};
   for (std::uint32_t i = 0; i < 3; ++i) {
     std::uint32_t ms = 1;
@@ -305,10 +298,8 @@ TEST(SideTracks, MalformedLinkSamples) {
   }
 }
 
-// Walks the programme with every side track switched on. A side sample is
-// first read through a record that differs in one byte, which must leave
-// the reader (and the stream) where they are, then through the record
-// itself, which steps past it.
+// A side sample read through a record that differs in one byte leaves the
+// reader and the stream where they are; through its own record it steps past.
 TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
   const auto side = Side();
   OpenProgramme p(Written(side));
@@ -373,23 +364,6 @@ TEST(SideTracks, ReadingTheReportedSampleStepsPastIt) {
   const std::vector<std::pair<std::uint32_t, std::uint32_t>> expected = {
       {FourCC("text"), 1}, {FourCC("tx3g"), 1}, {FourCC("jpeg"), 1}, {FourCC("text"), 2}};
   EXPECT_EQ(seen, expected);
-}
-
-// Failures in calls a player's session (player_faults_test) does not make.
-TEST(SideTracks, FailuresOutsideThePlayersSession) {
-  OpenProgramme p(Written(Side()));
-  std::uint32_t ms = 0;
-  const FaultCall start = {"link start", [&] { return TMXGetLinkStartTime(p.file(), 1, &ms); }};
-  EXPECT_EQ(FailEachRead(p.stream(), start), 39);
-  EXPECT_EQ(FailEachAllocation(start), 0);
-  // A picture read that fails reports nothing read.
-  TMXFrameInfo image{};
-  ASSERT_EQ(TMXGetImageInfo(p.file(), 1, &image), TMX_OK);
-  std::uint8_t buffer[64];
-  std::uint32_t n = 77;
-  p.stream().fail_read(1);
-  EXPECT_EQ(TMXGetEncodedImage(p.file(), &image, 0, buffer, 64, &n), TMX_ERR_READ);
-  EXPECT_EQ(n, 0u);
 }
 
 }  // namespace

@@ -32,9 +32,8 @@ struct Decoded {
   std::string bytes;  // every byte written, counted or not
 };
 
-// Decodes twice, into buffers filled with 0x00 and with 0xFF: the bytes
-// written are the leading ones on which both agree, and nothing may differ
-// after them.
+// Decodes into buffers of 0x00 and of 0xFF: the bytes written are the leading
+// ones on which both agree, and nothing may differ after them.
 Decoded Decode(std::string_view text, std::optional<std::int32_t> given = {}) {
   const std::int32_t length = given.value_or(std::int32_t(text.size()));
   std::string out[2] = {std::string(text.size() + 16, '\x00'),
