@@ -14,8 +14,7 @@
 namespace tmx {
 namespace {
 
-using test::Be32, test::ByteVec, test::Concat, test::V;
-using test::MemoryStream;
+using test::Be32, test::ByteVec, test::Concat, test::MemoryStream, test::V;
 
 // What a handle holds before an open: a failed open must overwrite it with
 // null, so that a caller who closes it does not free it a second time.

@@ -6,21 +6,18 @@
 #include "support/memory_stream.h"
 #include "support/mp4_builder.h"
 #include "support/test_data.h"
-#include "writer/writer.h"
+#include "writer/programme_view.h"
 
 namespace tmx {
 namespace {
 
-using test::ByteVec;
-using test::MemoryStream;
+using test::ByteVec, test::MemoryStream;
 
 ByteVec Programme(const char* clip) {
   const ByteVec adts = test::ReadTestData(clip);  // the plan only points at it
   writer::ProgrammeSpec plan;
   plan.adts = adts;
-  MemoryStream out;
-  EXPECT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK);
-  return out.data();
+  return writer::test::Write(plan);
 }
 
 // An open programme; Decode hands a frame to TMXDecodePCMFrame.

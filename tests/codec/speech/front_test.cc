@@ -17,8 +17,7 @@
 namespace tmx::speech {
 namespace {
 
-using test::DecodeAll;
-using test::RandomBytes;
+using test::DecodeAll, test::RandomBytes;
 using Pcm = std::vector<std::int16_t>;
 using Bytes = std::vector<std::uint8_t>;
 

@@ -1,4 +1,6 @@
 // Opening MP4-based programmes: properties, tracks, chapters and pictures.
+#include <tuple>
+
 #include "container/mp4/sample_description.h"
 #include "mp4_fixture.h"
 #include "util/frame_time.h"
@@ -17,21 +19,16 @@ ProgrammeSpec Basic(std::uint32_t frames = 20) {
 TEST(Mp4Open, ReportsTheAudioProperties) {
   OpenProgramme p(BuildProgramme(Basic(100)).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  TMXFile* f = p.file();
-  EXPECT_EQ(f->fileType, std::uint32_t(TMX_FILETYPE_TMX));
-  EXPECT_EQ(f->audioTrackType, FourCC("mp4a"));
-  EXPECT_EQ(f->sampleRate, 22050u);
-  EXPECT_EQ(f->samplesPerFrame, 1024u);
-  EXPECT_EQ(f->frameCount, 100u);
-  EXPECT_EQ(f->duration, 4643u);  // 100 frames of 46.44 ms
-  EXPECT_EQ(f->channelCount, 2u);
-  EXPECT_EQ(f->maxBitrate, 64000u);
-  EXPECT_EQ(f->avgBitrate, 48000u);
-  EXPECT_EQ(f->positionSaveInterval, 645);
-  EXPECT_EQ(f->chapterCount, 0u);
-  EXPECT_EQ(p.state().chunkCount, 25u);
-  EXPECT_EQ(p.state().brandMinorVersion, 0x200u);
-  EXPECT_EQ(p.file()->reader.info.codecConfigLength, 25u);
+  const TMXFile* f = p.file();
+  // 100 frames of 46.44 ms in chunks of four.
+  EXPECT_EQ(std::tuple(f->fileType, f->audioTrackType, f->sampleRate, f->samplesPerFrame,
+                       f->frameCount, f->duration, f->channelCount, f->maxBitrate, f->avgBitrate,
+                       f->positionSaveInterval, f->chapterCount),
+            std::tuple(std::uint32_t(TMX_FILETYPE_TMX), FourCC("mp4a"), 22050u, 1024u, 100u, 4643u,
+                       2u, 64000u, 48000u, 645, 0u));
+  EXPECT_EQ(std::tuple(p.state().chunkCount, p.state().brandMinorVersion,
+                       f->reader.info.codecConfigLength),
+            std::tuple(25u, 0x200u, 25u));
 }
 
 TEST(Mp4Open, CapitalsAndVersionOneHeaders) {
