@@ -89,6 +89,13 @@ TEST_F(OpenTest, ArgumentsAndEachRequiredOperationAreCheckedBeforeAnyWork) {
   TMXFile* file = nullptr;
   ASSERT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_OK);
   EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+  // A failure before the record exists leaves the stream alone.
+  MemoryStream noMemory(TmxHeader());
+  file = kStale;
+  testing::FailAllocation(1);
+  EXPECT_EQ(TMXOpenFile(&file, noMemory.stream(), nullptr), TMX_ERR_MEMORY);
+  EXPECT_EQ(file, nullptr);
+  EXPECT_EQ(noMemory.closes(), 0);
 }
 
 TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
@@ -159,17 +166,6 @@ TEST_F(OpenTest, SuccessfulOpenSetsDefaultsAndCloseReleasesEverything) {
   file->positionStreamOpen = 1;
   EXPECT_EQ(TMXCloseFile(file), TMX_OK);
   EXPECT_EQ(position.closes(), 1);
-}
-
-// A failure before the record exists leaves the stream alone.
-TEST_F(OpenTest, NoMemoryForTheRecord) {
-  UseFakeHandler();
-  MemoryStream m(TmxHeader());
-  TMXFile* file = kStale;
-  testing::FailAllocation(1);
-  EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_ERR_MEMORY);
-  EXPECT_EQ(file, nullptr);
-  EXPECT_EQ(m.closes(), 0);
 }
 
 // Opening by path, with real files in a temporary directory.

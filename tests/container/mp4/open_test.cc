@@ -31,31 +31,23 @@ TEST(Mp4Open, ReportsTheAudioProperties) {
             std::tuple(25u, 0x200u, 25u));
 }
 
-TEST(Mp4Open, CapitalsAndVersionOneHeaders) {
+TEST(Mp4Open, CapitalsVersionOneHeadersTmvdAndTheMainFlag) {
   auto plan = Basic();
   plan.brand = "M4B ";
   plan.ftypType = "FTYP";
   plan.mvhdVersion = 1;
   plan.tracks[0].version = 1;  // the low halves of 64-bit fields are kept
   plan.tracks[0].timescale = 44100;
+  plan.tracks[0].entry = "tmvd";  // an audio entry as well
   OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(p.file()->fileType, std::uint32_t(TMX_FILETYPE_M4B));
-  EXPECT_EQ(p.state().brandMinorVersion, 0x200u);
-  EXPECT_EQ(p.file()->sampleRate, 44100u);
-  EXPECT_EQ(p.state().audioTrack.trackId, 1u);
-}
-
-TEST(Mp4Open, TheAudioTrackMustBeFlaggedMain) {
-  auto plan = Basic();
+  const TMXFile* f = p.file();
+  EXPECT_EQ(std::tuple(f->fileType, p.state().brandMinorVersion, f->sampleRate,
+                       p.state().audioTrack.trackId, f->audioTrackType),
+            std::tuple(std::uint32_t(TMX_FILETYPE_M4B), 0x200u, 44100u, 1u, FourCC("tmvd")));
+  // An audio track not flagged main is refused.
   plan.tracks[0].tkhdFlags = 0x0007;
   EXPECT_EQ(OpenProgramme(BuildProgramme(plan).bytes).rc(), TMX_ERR_UNSUPPORTED);
-  // "tmvd" is an audio entry as well.
-  plan = Basic();
-  plan.tracks[0].entry = "tmvd";
-  OpenProgramme p(BuildProgramme(plan).bytes);
-  ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(p.file()->audioTrackType, FourCC("tmvd"));
 }
 
 TEST(Mp4Open, ChapterStartsAreSummedPerSttsEntry) {
