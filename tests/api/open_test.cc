@@ -98,7 +98,7 @@ TEST_F(OpenTest, ArgumentsAndEachRequiredOperationAreCheckedBeforeAnyWork) {
   EXPECT_EQ(noMemory.closes(), 0);
 }
 
-TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
+TEST_F(OpenTest, FailedOpenPassesTheErrorOnAndClosesTheStreamOnce) {
   // Detection fails, the MP4 handler finds no movie, the null handler refuses
   // an ID3 stream: each time the stream is closed exactly once.
   const std::vector<std::pair<std::vector<std::uint8_t>, std::int32_t>> cases = {
@@ -116,9 +116,7 @@ TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
     EXPECT_EQ(m.last_open_mode(), TMX_STREAM_READ);
     EXPECT_EQ(m.closes(), 1);
   }
-}
-
-TEST_F(OpenTest, OpenErrorsPassThroughAndCloseTheStream) {
+  // The stream's and the handler's open errors pass through.
   MemoryStream m(TmxHeader());
   m.ops().Open = [](TMXStream*, std::int32_t) -> std::int32_t { return TMX_ERR_FILE; };
   TMXFile* file = nullptr;
