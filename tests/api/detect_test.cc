@@ -8,8 +8,7 @@
 namespace tmx {
 namespace {
 
-using test::Be16, test::Be32, test::ByteVec, test::Concat, test::V;
-using test::MemoryStream;
+using test::Be16, test::Be32, test::ByteVec, test::Concat, test::MemoryStream, test::V;
 
 struct Detected {
   std::int32_t rc;

@@ -14,8 +14,7 @@
 namespace tmx {
 namespace {
 
-using test::Be32, test::ByteVec, test::Concat, test::V;
-using test::MemoryStream;
+using test::Be32, test::ByteVec, test::Concat, test::MemoryStream, test::V;
 
 // What a handle holds before an open: a failed open must overwrite it with
 // null, so that a caller who closes it does not free it a second time.
@@ -90,9 +89,16 @@ TEST_F(OpenTest, ArgumentsAndEachRequiredOperationAreCheckedBeforeAnyWork) {
   TMXFile* file = nullptr;
   ASSERT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_OK);
   EXPECT_EQ(TMXCloseFile(file), TMX_OK);
+  // A failure before the record exists leaves the stream alone.
+  MemoryStream noMemory(TmxHeader());
+  file = kStale;
+  testing::FailAllocation(1);
+  EXPECT_EQ(TMXOpenFile(&file, noMemory.stream(), nullptr), TMX_ERR_MEMORY);
+  EXPECT_EQ(file, nullptr);
+  EXPECT_EQ(noMemory.closes(), 0);
 }
 
-TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
+TEST_F(OpenTest, FailedOpenPassesTheErrorOnAndClosesTheStreamOnce) {
   // Detection fails, the MP4 handler finds no movie, the null handler refuses
   // an ID3 stream: each time the stream is closed exactly once.
   const std::vector<std::pair<std::vector<std::uint8_t>, std::int32_t>> cases = {
@@ -110,9 +116,7 @@ TEST_F(OpenTest, FailedOpenClosesTheStreamOnce) {
     EXPECT_EQ(m.last_open_mode(), TMX_STREAM_READ);
     EXPECT_EQ(m.closes(), 1);
   }
-}
-
-TEST_F(OpenTest, OpenErrorsPassThroughAndCloseTheStream) {
+  // The stream's and the handler's open errors pass through.
   MemoryStream m(TmxHeader());
   m.ops().Open = [](TMXStream*, std::int32_t) -> std::int32_t { return TMX_ERR_FILE; };
   TMXFile* file = nullptr;
@@ -160,17 +164,6 @@ TEST_F(OpenTest, SuccessfulOpenSetsDefaultsAndCloseReleasesEverything) {
   file->positionStreamOpen = 1;
   EXPECT_EQ(TMXCloseFile(file), TMX_OK);
   EXPECT_EQ(position.closes(), 1);
-}
-
-// A failure before the record exists leaves the stream alone.
-TEST_F(OpenTest, NoMemoryForTheRecord) {
-  UseFakeHandler();
-  MemoryStream m(TmxHeader());
-  TMXFile* file = kStale;
-  testing::FailAllocation(1);
-  EXPECT_EQ(TMXOpenFile(&file, m.stream(), nullptr), TMX_ERR_MEMORY);
-  EXPECT_EQ(file, nullptr);
-  EXPECT_EQ(m.closes(), 0);
 }
 
 // Opening by path, with real files in a temporary directory.

@@ -11,13 +11,13 @@
 #include <vector>
 
 #include "codec/speech/layout.h"
+#include "legacy/legacy_files.h"
 #include "metadata/key_table.h"
 #include "support/memory_stream.h"
 #include "support/test_data.h"
 #include "util/alloc.h"
 #include "util/status.h"
-#include "writer/legacy_writer.h"
-#include "writer/writer.h"
+#include "writer/programme_view.h"
 
 namespace tmx {
 namespace {
@@ -69,9 +69,7 @@ Bytes AacProgramme() {
                         writer::TextItem(writer::kItemProductId, "urn:book:7")};
   plan.side.metadata[0].variants.push_back({writer::kDataUtf8, 0x656E0000, {'T', 'i', 't'}});
   plan.side.metadata.push_back({writer::kItemCover, {{writer::kDataJpeg, 0, jpeg}}});
-  test::MemoryStream out;
-  EXPECT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK);
-  return out.data();
+  return writer::test::Write(plan);
 }
 
 Bytes SpeechProgramme() {
@@ -82,9 +80,7 @@ Bytes SpeechProgramme() {
   programme.dictionary = {{"title", {'T', 'i', 't', 'e', 'l'}}, {"product_id", {'u', 'r', 'n'}}};
   programme.chapters = {{12, 0}, {18, 0}};
   programme.cover = {0xFF, 0xD8, 0xFF, 0xD9};
-  test::MemoryStream out;
-  EXPECT_EQ(writer::WriteLegacyProgramme(programme, out.stream(), nullptr), TMX_OK);
-  return out.data();
+  return legacy::test::Write(programme);
 }
 
 // The streams of one session: the programme and its position file.

@@ -1,7 +1,6 @@
 #include "bookmarks/bookmark_support.h"
 
 #include "writer/programme_view.h"
-#include "writer/writer.h"
 
 namespace tmx::test {
 
@@ -15,15 +14,9 @@ const ByteVec& ProgrammeBytes(const std::string& pid, std::uint32_t frames) {
     plan.options.framesPerChunk = 50;
     plan.side.metadata = {writer::TextItem(writer::kItemTitle, "A Title")};
     if (!pid.empty()) plan.side.metadata.push_back(writer::TextItem(writer::kItemProductId, pid));
-    MemoryStream out;
-    EXPECT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK);
-    bytes = out.data();
+    bytes = writer::test::Write(plan);
   }
   return bytes;
-}
-
-std::string TypeAt(const ByteVec& b, std::size_t at) {
-  return at + 8 > b.size() ? "????" : std::string(b.begin() + at + 4, b.begin() + at + 8);
 }
 
 Session::Session(const ByteVec& programme, ByteVec position)
@@ -60,7 +53,7 @@ std::map<std::uint32_t, ByteVec> Items(const writer::test::ProgrammeView& view,
 ParsedList ParseList(const ByteVec& b) {
   const writer::test::ProgrammeView view(b);
   // Behind a 16-byte position record unless the stream starts with "ftyp".
-  const std::uint32_t start = TypeAt(b, 0) == "ftyp" ? 0 : 16;
+  const std::uint32_t start = Be32At(b, 4) == FourCC("ftyp") ? 0 : 16;
   const Node moov = view.Find({start - 8, std::uint32_t(b.size()) - start + 8, 0}, "moov");
   const Node udta = view.Find(moov, "udta"), bmet = view.Find(udta, "bmet");
   ParsedList l;

@@ -24,7 +24,6 @@ inline constexpr std::uint32_t kKeyTitle = FourCC("@tit"), kKeyCover = FourCC("@
 // A programme of `frames` frames (1300: about a minute) with a "@pid"
 // (none when `pid` is empty).
 const ByteVec& ProgrammeBytes(const std::string& pid, std::uint32_t frames = 1300);
-std::string TypeAt(const ByteVec& b, std::size_t at);
 
 // An open programme with a position stream (the usual home of the list).
 class Session {

@@ -56,7 +56,7 @@ TEST_F(NewList, AReplacedItemLeavesItsRoomOrIsGrownOver) {
   EXPECT_EQ(Word(kFirst), 12u + 64 + 8);  // the smaller one took the old room
   EXPECT_EQ(Word(kFirst + 12), 34u);
   EXPECT_EQ(Word(kFirst + 46), 30u);
-  EXPECT_EQ(TypeAt(s.bytes(), kFirst + 46), "free");
+  EXPECT_EQ(Word(kFirst + 50), FourCC("free"));
   ASSERT_EQ(TMXAddBookmarkMetadata(f, 0, kKeyAlias, bigger.data(), 100), TMX_OK);
   EXPECT_EQ(Word(kFirst), 12u + 124 + 8);  // grown by what the free room lacked
   const ParsedList l = ParseList(s.bytes());

@@ -3,44 +3,37 @@
 
 #include "api/file.h"
 #include "codec/codec.h"
-#include "support/memory_stream.h"
+#include "container/mp4/mp4_fixture.h"
 #include "support/mp4_builder.h"
 #include "support/test_data.h"
-#include "writer/writer.h"
+#include "writer/programme_view.h"
 
 namespace tmx {
 namespace {
 
 using test::ByteVec;
-using test::MemoryStream;
 
 ByteVec Programme(const char* clip) {
   const ByteVec adts = test::ReadTestData(clip);  // the plan only points at it
   writer::ProgrammeSpec plan;
   plan.adts = adts;
-  MemoryStream out;
-  EXPECT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK);
-  return out.data();
+  return writer::test::Write(plan);
 }
 
 // An open programme; Decode hands a frame to TMXDecodePCMFrame.
-struct Open {
-  explicit Open(const char* clip) : stream(Programme(clip)) {
-    EXPECT_EQ(TMXOpenFile(&f, stream.stream(), nullptr), TMX_OK);
+struct Open : test::OpenProgramme {
+  explicit Open(const char* clip) : OpenProgramme(Programme(clip)), f(file()) {
+    EXPECT_EQ(rc(), TMX_OK);
   }
-  ~Open() { TMXCloseFile(f); }
   ByteVec Next() {
-    ByteVec frame(8192);
-    std::uint32_t n = 0;
-    EXPECT_EQ(TMXGetEncodedAudio(f, frame.data(), std::int32_t(frame.size()), &n), TMX_OK);
-    frame.resize(n);
+    ByteVec frame;
+    EXPECT_EQ(ReadAudio(frame, 8192), TMX_OK);
     return frame;
   }
   std::int32_t Decode(const ByteVec& frame, std::uint32_t capacity = sizeof pcm) {
     return TMXDecodePCMFrame(f, frame.data(), std::uint32_t(frame.size()), pcm, capacity, &n);
   }
-  MemoryStream stream;
-  TMXFile* f = nullptr;
+  TMXFile* f;
   std::int16_t pcm[4096];
   std::uint32_t n = 77;
 };

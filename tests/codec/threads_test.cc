@@ -9,7 +9,7 @@
 #include "speech/speech_test_util.h"
 #include "support/memory_stream.h"
 #include "support/test_data.h"
-#include "writer/writer.h"
+#include "writer/programme_view.h"
 
 namespace tmx {
 namespace {
@@ -21,9 +21,7 @@ Bytes AacProgramme(const char* clip) {
   const Bytes adts = test::ReadTestData(clip);  // the plan only points at it
   writer::ProgrammeSpec plan;
   plan.adts = adts;
-  test::MemoryStream out;
-  EXPECT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK);
-  return out.data();
+  return writer::test::Write(plan);
 }
 
 Bytes SpeechProgramme(int mode) {

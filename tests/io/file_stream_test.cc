@@ -21,7 +21,6 @@ class FileStreamTest : public ::testing::Test {
     EXPECT_NE(s, nullptr);
     return s;
   }
-  static std::string Contents(const std::filesystem::path& p) { return test::ReadFileText(p); }
   test::TempDir dir_;
 };
 
@@ -106,7 +105,7 @@ TEST_F(FileStreamTest, AgreesWithAModelOfTheFile) {
       }
     }
     ASSERT_EQ(s->ops->Close(s), TMX_OK);
-    EXPECT_EQ(Contents(p), model);
+    EXPECT_EQ(test::ReadFileText(p), model);
   }
 }
 
@@ -122,7 +121,7 @@ TEST_F(FileStreamTest, InputStreamsNeverWriteOrCreate) {
   EXPECT_EQ(s->ops->Write(s, nullptr, 1, &done), TMX_ERR_ARGUMENT);
   EXPECT_EQ(s->ops->Write(s, "x", 1, nullptr), TMX_ERR_ARGUMENT);
   EXPECT_EQ(s->ops->Close(s), TMX_OK);
-  EXPECT_EQ(Contents(p), "abc");
+  EXPECT_EQ(test::ReadFileText(p), "abc");
 }
 
 TEST_F(FileStreamTest, CreateMakesTheFileAndKeepsExistingBytes) {
@@ -133,7 +132,7 @@ TEST_F(FileStreamTest, CreateMakesTheFileAndKeepsExistingBytes) {
   EXPECT_EQ(s->ops->Write(s, "hello", 5, &done), TMX_OK);
   EXPECT_EQ(done, 5);
   EXPECT_EQ(s->ops->Close(s), TMX_OK);
-  EXPECT_EQ(Contents(p), "hello");
+  EXPECT_EQ(test::ReadFileText(p), "hello");
 
   // OPEN_ALWAYS: an existing file is opened, not truncated.
   s = Make(p, true);
@@ -141,7 +140,7 @@ TEST_F(FileStreamTest, CreateMakesTheFileAndKeepsExistingBytes) {
   EXPECT_EQ(s->ops->Seek(s, 1), TMX_OK);
   EXPECT_EQ(s->ops->Write(s, "EL", 2, nullptr), TMX_OK);
   EXPECT_EQ(s->ops->Close(s), TMX_OK);
-  EXPECT_EQ(Contents(p), "hELlo");
+  EXPECT_EQ(test::ReadFileText(p), "hELlo");
 }
 
 TEST_F(FileStreamTest, OpenNeedsAnExistingFileAndAKnownMode) {

@@ -16,11 +16,8 @@
 
 namespace tmx::legacy::test {
 
-using ::tmx::test::ByteVec;
-using ::tmx::test::Put32;
-using ::tmx::test::V;
-using writer::LegacyLayout;
-using writer::LegacyProgramme;
+using ::tmx::test::ByteVec, ::tmx::test::Put32, ::tmx::test::V;
+using writer::LegacyLayout, writer::LegacyProgramme;
 
 constexpr std::uint32_t kFrame = 19;  // 0xC010: 19 bytes, 144 samples, 18 ms
 

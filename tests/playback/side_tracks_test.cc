@@ -8,7 +8,7 @@
 #include "container/mp4/mp4_fixture.h"
 #include "util/frame_time.h"
 #include "util/status.h"
-#include "writer/writer.h"
+#include "writer/programme_view.h"
 
 namespace tmx {
 namespace {
@@ -37,9 +37,7 @@ ByteVec Written(const writer::SideTracks& side) {
   layout.audioSpecificConfig = {0x13, 0x90};
   layout.side = side;
   layout.options.framesPerChunk = 5;
-  MemoryStream out;
-  EXPECT_EQ(writer::WriteProgramme(layout, out.stream()), TMX_OK);
-  return out.data();
+  return writer::test::Write(layout);
 }
 
 // The time the writer stores for a start: rounded to the nearest frame.

@@ -1,7 +1,6 @@
-// Runs an operation again and again with its k-th stream read or its k-th
-// allocation failing (k = 1, 2, ...) until it gets through, checking that
-// every failure surfaces with its own code, that the stream position is
-// kept and that nothing leaks.
+// Runs an operation again and again with its k-th allocation failing
+// (k = 1, 2, ...) until it gets through, checking that every failure
+// surfaces with its own code and that nothing leaks.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,23 +17,6 @@ struct FaultCall {
   const char* name;
   std::function<std::int32_t()> run;
 };
-
-// Returns how many reads could be failed before the call succeeded.
-inline int FailEachRead(MemoryStream& stream, const FaultCall& call) {
-  int failures = 0;
-  for (int k = 1; k < 1000; ++k) {
-    const std::uint32_t before = stream.position();
-    stream.fail_read(k);
-    const std::int32_t rc = call.run();
-    stream.fail_read(0);
-    EXPECT_EQ(stream.position(), before) << call.name << ", read " << k;
-    if (rc == TMX_OK) return failures;
-    EXPECT_EQ(rc, TMX_ERR_READ) << call.name << ", read " << k;
-    ++failures;
-  }
-  ADD_FAILURE() << call.name << " never succeeded";
-  return failures;
-}
 
 // Returns how many allocations the call makes; each failed one gives -10.
 inline int FailEachAllocation(const FaultCall& call) {

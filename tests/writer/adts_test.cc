@@ -15,8 +15,7 @@
 namespace tmx::writer {
 namespace {
 
-using tmx::test::Concat;
-using tmx::test::MemoryStream;
+using tmx::test::Concat, tmx::test::MemoryStream;
 
 // One ADTS frame: AAC-LC, 22050 Hz (index 7), stereo unless told otherwise,
 // with `payload` bytes of value `fill`, and a CRC when asked.

@@ -61,8 +61,6 @@ class ProgrammeView {
     for (std::uint32_t type : {FourCC("meta"), FourCC("bmet"), FourCC("blst"), FourCC("bmrk")})
       if (parent.type == type) pos += 4;
     if (parent.type == FourCC("stsd") || parent.type == FourCC("dref")) pos += 8;
-    if (parent.type == FourCC("mp4a")) pos += 28;
-    if (parent.type == FourCC("tx3g")) pos += 38;
     std::vector<Atom> atoms;
     while (pos + 8 <= parent.end()) {
       const Atom a{pos, U32(pos), U32(pos + 4)};

@@ -8,10 +8,7 @@
 namespace tmx::writer::test {
 namespace {
 
-using tmx::test::Be16;
-using tmx::test::Be32;
-using tmx::test::Concat;
-using tmx::test::V;
+using tmx::test::Be16, tmx::test::Be32, tmx::test::Concat, tmx::test::V;
 
 // A chunk header in the media data, as the reader decodes it.
 struct ChunkHeader {

@@ -9,9 +9,8 @@
 #include "codec/speech/decoder.h"
 #include "codec/speech/encoder.h"
 #include "codec/speech/layout.h"
-#include "support/memory_stream.h"
+#include "legacy/legacy_files.h"
 #include "support/test_data.h"
-#include "writer/legacy_writer.h"
 
 namespace tmx::speech::test {
 
@@ -65,9 +64,7 @@ std::vector<std::uint8_t> LegacyProgramme(int mode, const std::vector<std::uint8
   const std::size_t size = LayoutForMode(mode)->packetBytes;
   for (std::size_t i = 0; i + size <= packets.size(); i += size)
     programme.frames.emplace_back(packets.begin() + i, packets.begin() + i + size);
-  ::tmx::test::MemoryStream out;
-  EXPECT_EQ(writer::WriteLegacyProgramme(programme, out.stream(), nullptr), TMX_OK);
-  return out.data();
+  return ::tmx::legacy::test::Write(programme);
 }
 
 double SegmentalSnr(const std::vector<std::int16_t>& ref, const std::vector<std::int16_t>& out,

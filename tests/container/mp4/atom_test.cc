@@ -8,9 +8,7 @@
 namespace tmx::mp4 {
 namespace {
 
-using test::Be32;
-using test::Concat;
-using test::MemoryStream;
+using test::Be32, test::Concat, test::MemoryStream;
 
 TEST(AtomReads, SixtyFourBitFieldsKeepTheirLowHalf) {
   MemoryStream m(Concat({Be32(1), Be32(5), Be32(0x01ABCDEF)}));

@@ -92,10 +92,7 @@ inline TrackSpec ImageTrack(std::uint32_t id, std::uint32_t tkhdFlags, std::uint
 inline TrackSpec TitleTrack(std::uint32_t id, const std::vector<std::string>& titles,
                             const std::vector<std::uint32_t>& startFrames,
                             std::uint32_t totalFrames) {
-  TrackSpec t;
-  t.id = id;
-  t.entry = "text";
-  t.tkhdFlags = 0x0002;
+  TrackSpec t = SideTrack(id, "text", {}, 0x0002);
   for (const auto& title : titles) t.samples.push_back(TextSample(title));
   for (std::size_t i = 0; i < startFrames.size(); ++i) {
     const std::uint32_t end = i + 1 < startFrames.size() ? startFrames[i + 1] : totalFrames;
@@ -103,7 +100,6 @@ inline TrackSpec TitleTrack(std::uint32_t id, const std::vector<std::string>& ti
   }
   return t;
 }
-
 
 struct Guarded {
   std::int32_t rc;

@@ -1,4 +1,6 @@
 // Opening MP4-based programmes: properties, tracks, chapters and pictures.
+#include <tuple>
+
 #include "container/mp4/sample_description.h"
 #include "mp4_fixture.h"
 #include "util/frame_time.h"
@@ -17,48 +19,35 @@ ProgrammeSpec Basic(std::uint32_t frames = 20) {
 TEST(Mp4Open, ReportsTheAudioProperties) {
   OpenProgramme p(BuildProgramme(Basic(100)).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  TMXFile* f = p.file();
-  EXPECT_EQ(f->fileType, std::uint32_t(TMX_FILETYPE_TMX));
-  EXPECT_EQ(f->audioTrackType, FourCC("mp4a"));
-  EXPECT_EQ(f->sampleRate, 22050u);
-  EXPECT_EQ(f->samplesPerFrame, 1024u);
-  EXPECT_EQ(f->frameCount, 100u);
-  EXPECT_EQ(f->duration, 4643u);  // 100 frames of 46.44 ms
-  EXPECT_EQ(f->channelCount, 2u);
-  EXPECT_EQ(f->maxBitrate, 64000u);
-  EXPECT_EQ(f->avgBitrate, 48000u);
-  EXPECT_EQ(f->positionSaveInterval, 645);
-  EXPECT_EQ(f->chapterCount, 0u);
-  EXPECT_EQ(p.state().chunkCount, 25u);
-  EXPECT_EQ(p.state().brandMinorVersion, 0x200u);
-  EXPECT_EQ(p.file()->reader.info.codecConfigLength, 25u);
+  const TMXFile* f = p.file();
+  // 100 frames of 46.44 ms in chunks of four.
+  EXPECT_EQ(std::tuple(f->fileType, f->audioTrackType, f->sampleRate, f->samplesPerFrame,
+                       f->frameCount, f->duration, f->channelCount, f->maxBitrate, f->avgBitrate,
+                       f->positionSaveInterval, f->chapterCount),
+            std::tuple(std::uint32_t(TMX_FILETYPE_TMX), FourCC("mp4a"), 22050u, 1024u, 100u, 4643u,
+                       2u, 64000u, 48000u, 645, 0u));
+  EXPECT_EQ(std::tuple(p.state().chunkCount, p.state().brandMinorVersion,
+                       f->reader.info.codecConfigLength),
+            std::tuple(25u, 0x200u, 25u));
 }
 
-TEST(Mp4Open, CapitalsAndVersionOneHeaders) {
+TEST(Mp4Open, CapitalsVersionOneHeadersTmvdAndTheMainFlag) {
   auto plan = Basic();
   plan.brand = "M4B ";
   plan.ftypType = "FTYP";
   plan.mvhdVersion = 1;
   plan.tracks[0].version = 1;  // the low halves of 64-bit fields are kept
   plan.tracks[0].timescale = 44100;
+  plan.tracks[0].entry = "tmvd";  // an audio entry as well
   OpenProgramme p(BuildProgramme(plan).bytes);
   ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(p.file()->fileType, std::uint32_t(TMX_FILETYPE_M4B));
-  EXPECT_EQ(p.state().brandMinorVersion, 0x200u);
-  EXPECT_EQ(p.file()->sampleRate, 44100u);
-  EXPECT_EQ(p.state().audioTrack.trackId, 1u);
-}
-
-TEST(Mp4Open, TheAudioTrackMustBeFlaggedMain) {
-  auto plan = Basic();
+  const TMXFile* f = p.file();
+  EXPECT_EQ(std::tuple(f->fileType, p.state().brandMinorVersion, f->sampleRate,
+                       p.state().audioTrack.trackId, f->audioTrackType),
+            std::tuple(std::uint32_t(TMX_FILETYPE_M4B), 0x200u, 44100u, 1u, FourCC("tmvd")));
+  // An audio track not flagged main is refused.
   plan.tracks[0].tkhdFlags = 0x0007;
   EXPECT_EQ(OpenProgramme(BuildProgramme(plan).bytes).rc(), TMX_ERR_UNSUPPORTED);
-  // "tmvd" is an audio entry as well.
-  plan = Basic();
-  plan.tracks[0].entry = "tmvd";
-  OpenProgramme p(BuildProgramme(plan).bytes);
-  ASSERT_EQ(p.rc(), TMX_OK);
-  EXPECT_EQ(p.file()->audioTrackType, FourCC("tmvd"));
 }
 
 TEST(Mp4Open, ChapterStartsAreSummedPerSttsEntry) {

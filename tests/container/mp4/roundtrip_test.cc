@@ -9,7 +9,7 @@
 #include "support/memory_stream.h"
 #include "support/test_data.h"
 #include "util/frame_time.h"
-#include "writer/writer.h"
+#include "writer/programme_view.h"
 
 namespace tmx {
 namespace {
@@ -33,9 +33,7 @@ TEST_P(RoundTrip, EveryFrameComesBack) {
     plan.side.chapters = {{0, "One"}, {1000, "Two"}, {2000, "Three"}};
     plan.options.framesPerChunk = 7;
     plan.options.chunkHeaders = chunkHeaders;
-    MemoryStream out;
-    ASSERT_EQ(writer::WriteProgramme(plan, out.stream()), TMX_OK);
-    MemoryStream m(out.data());
+    MemoryStream m(writer::test::Write(plan));
     TMXFile* f = nullptr;
     ASSERT_EQ(TMXOpenFile(&f, m.stream(), nullptr), TMX_OK);
     EXPECT_EQ(f->frameCount, adts.size());
