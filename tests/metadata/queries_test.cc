@@ -58,7 +58,7 @@ Guarded Get(TMXFile* f, std::uint32_t key, std::uint32_t capacity = 64) {
 // Single-byte or UTF-8 text up to its terminator (a missing one shows the
 // guard bytes); "<rc>" on failure.
 std::string Shown(const Guarded& g) {
-  return g.rc == TMX_OK ? UpToZero(g.bytes) : "<" + std::to_string(g.rc) + ">";
+  return g.rc == TMX_OK ? UpToZero(g.bytes) : '<' + std::to_string(g.rc) + '>';
 }
 std::string Text(TMXFile* f, std::uint32_t key, std::uint32_t capacity = 64) {
   return Shown(Get(f, key, capacity));
@@ -372,7 +372,7 @@ TEST(MetadataQueries, DamagedListsFailWithoutReadingOutside) {
     OpenProgramme p(Book(c.ilst));
     ASSERT_EQ(p.rc(), TMX_OK);
     EXPECT_EQ(Text(p.file(), FourCC("@tit")),
-              c.title == TMX_OK ? "T" : "<" + std::to_string(c.title) + ">");
+              c.title == TMX_OK ? "T" : '<' + std::to_string(c.title) + '>');
     std::uint32_t locales[4], count = 4;
     EXPECT_EQ(TMXGetMetadataLocaleList(p.file(), locales, &count), c.locales);
   }
